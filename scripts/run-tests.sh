@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds and runs the tests.
+#   scripts/run-tests.sh        host build, all tests
+#   scripts/run-tests.sh --ci   also a sanitizer build and the armhf build
+#                               under emulation (the fuller CI tier)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tier=${1:-}
+jobs=$(nproc)
+
+bash scripts/install-deps.sh
+
+cmake -S . -B build -G Ninja -DKEL_WERROR=ON
+cmake --build build -j "$jobs"
+ctest --test-dir build -j "$jobs" --output-on-failure
+
+if [ "$tier" = "--ci" ]; then
+  cmake -S . -B build-asan -G Ninja -DKEL_WERROR=ON -DCMAKE_BUILD_TYPE=Debug \
+    -DKEL_SANITIZE=address,undefined
+  cmake --build build-asan -j "$jobs"
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    ctest --test-dir build-asan -j "$jobs" --output-on-failure
+  if [ -x scripts/run-arm-tests.sh ]; then
+    bash scripts/run-arm-tests.sh
+  fi
+fi
