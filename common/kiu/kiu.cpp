@@ -43,4 +43,17 @@ constexpr struct RangeLimit {
 constexpr ColorTables colorTables = BuildColorTables();
 const unsigned char* const ubyteRangeLimit = kRangeLimit.bytes + 256;
 
+void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y) {
+  const ColorTables& t = colorTables;
+  y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
+}
+
+void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
+                     unsigned char& u, unsigned char& v) {
+  const ColorTables& t = colorTables;
+  y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
+  u = static_cast<unsigned char>((t.rToCb[r] + t.gToCb[g] + t.bToCb[b]) >> 16);
+  v = static_cast<unsigned char>((t.bToCb[r] + t.gToCr[g] + t.bToCr[b]) >> 16);
+}
+
 }  // namespace kiu

@@ -57,6 +57,11 @@ extern const ColorTables colorTables;
 // flag byte): valid indices are -256 to 1151.
 constexpr int kRangeLimitBytes = 1408; extern const unsigned char* const ubyteRangeLimit;
 
+// Per-pixel RGB to YCbCr; the tables keep every result within 0..255.
+KEL_API void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y);
+KEL_API void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
+                             unsigned char& u, unsigned char& v);
+
 }  // namespace kiu
 
 #endif  // KIU_KIU_H
