@@ -48,8 +48,8 @@ void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned c
   y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
 }
 
-void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
-                     unsigned char& u, unsigned char& v) {
+void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y, unsigned char& u,
+                     unsigned char& v) {
   const ColorTables& t = colorTables;
   y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
   u = static_cast<unsigned char>((t.rToCb[r] + t.gToCb[g] + t.bToCb[b]) >> 16);

@@ -55,7 +55,8 @@ extern const ColorTables colorTables;
 
 // Pointer to byte 256 of the 1408-byte clamp table (followed by its "built"
 // flag byte): valid indices are -256 to 1151.
-constexpr int kRangeLimitBytes = 1408; extern const unsigned char* const ubyteRangeLimit;
+constexpr int kRangeLimitBytes = 1408;
+extern const unsigned char* const ubyteRangeLimit;
 
 // Per-pixel RGB to YCbCr; the tables keep every result within 0..255.
 KEL_API void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y);
