@@ -55,85 +55,51 @@ TEST(RangeLimit, ClampsAndServesTheTransformWindow) {
   EXPECT_EQ(t[1152], 1) << "built flag";
 }
 
-// The documented single-pixel results, through every converter that can
-// produce them.
+// The documented single-pixel results. Row converters step 4 bytes and must
+// leave the fourth byte alone (grey to YUV steps 3).
+using Row = void (*)(unsigned long, unsigned char***, unsigned long, unsigned char*);
+constexpr Row kYuvToRgb = kiu::ConvertYUVtoRGB;
+
 struct PixelCase {
   const char* what;
-  void (*convert)(unsigned char*** planes, unsigned char* out);
+  Row convert;
   std::initializer_list<unsigned char> in;
   std::array<int, 3> rgb;
 };
 
+// clang-format off
 const PixelCase kPixelCases[] = {
-    {"YCbCr to RGB, chroma extremes",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYUVtoRGB(1, p, 0, o); },
-     {0, 255, 255},
-     {178, 0, 225}},
-    {"packed YCbCr to RGB",
-     [](unsigned char*** p, unsigned char* o) {
-       const unsigned char in[3] = {p[0][0][0], p[1][0][0], p[2][0][0]};
-       kiu::ConvertYUVtoRGB(1, in, o);
-     },
-     {0, 255, 255},
-     {178, 0, 225}},
-    {"YUV111 to RGBA",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYUV111toRGBA(1, p, 9, o); },
-     {0, 255, 255},
-     {178, 0, 225}},
-    {"YCbCr grey",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYUVtoRGB(1, p, 0, o); },
-     {77, 128, 128},
-     {77, 77, 77}},
-    {"CMYK all zero is black",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertCMYKtoRGB(1, p, 0, o); },
-     {0, 0, 0, 0},
-     {0, 0, 0}},
-    {"CMYK product with low byte 255 gives 1",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertCMYKtoRGB(1, p, 0, o); },
-     {0, 0, 0, 254},
-     {1, 1, 1}},
-    {"CMYK keeps the low byte per channel",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertCMYKtoRGB(1, p, 0, o); },
-     {254, 0, 255, 0},
-     {1, 0, 0}},
-    {"YCCK white with full k is black",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYCCKtoRGB(1, p, 0, o); },
-     {255, 128, 128, 255},
-     {0, 0, 0}},
-    {"YCCK black with full k is white",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYCCKtoRGB(1, p, 0, o); },
-     {0, 128, 128, 255},
-     {255, 255, 255}},
-    {"YCCK scales by k rounding down",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYCCKtoRGB(1, p, 0, o); },
-     {0, 128, 128, 100},
-     {100, 100, 100}},
-    {"YCCK clamps the inverted sum",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertYCCKtoRGB(1, p, 0, o); },
-     {0, 255, 255, 255},
-     {77, 255, 30}},
-    {"planar RGB copies",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertRGBtoRGB(1, p, 0, o); },
-     {1, 2, 3},
-     {1, 2, 3}},
-    {"grey to RGB repeats",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertGrayToRGB(1, p, 0, o); },
-     {200},
-     {200, 200, 200}},
-    {"grey to YUV has neutral chroma",
-     [](unsigned char*** p, unsigned char* o) { kiu::ConvertGrayToYUV(1, p, 0, o); },
-     {200},
-     {200, 128, 128}},
+    {"YCbCr chroma extremes clamp G", kYuvToRgb, {0, 255, 255}, {178, 0, 225}},
+    {"YCbCr grey", kYuvToRgb, {77, 128, 128}, {77, 77, 77}},
+    {"CMYK all zero is black", kiu::ConvertCMYKtoRGB, {0, 0, 0, 0}, {0, 0, 0}},
+    {"CMYK product with low byte 255 gives 1", kiu::ConvertCMYKtoRGB, {0, 0, 0, 254}, {1, 1, 1}},
+    {"CMYK keeps the low byte per channel", kiu::ConvertCMYKtoRGB, {254, 0, 255, 0}, {1, 0, 0}},
+    {"YCCK white with full k is black", kiu::ConvertYCCKtoRGB, {255, 128, 128, 255}, {0, 0, 0}},
+    {"YCCK black with full k is white", kiu::ConvertYCCKtoRGB, {0, 128, 128, 255}, {255, 255, 255}},
+    {"YCCK scales by k rounding down", kiu::ConvertYCCKtoRGB, {0, 128, 128, 100}, {100, 100, 100}},
+    {"YCCK clamps the inverted sum", kiu::ConvertYCCKtoRGB, {0, 255, 255, 255}, {77, 255, 30}},
+    {"planar RGB copies", kiu::ConvertRGBtoRGB, {1, 2, 3}, {1, 2, 3}},
+    {"grey to RGB repeats", kiu::ConvertGrayToRGB, {200}, {200, 200, 200}},
+    {"grey to YUV has neutral chroma", kiu::ConvertGrayToYUV, {200}, {200, 128, 128}},
 };
+// clang-format on
 
 TEST(Converters, GiveTheDocumentedPixelValues) {
   for (const PixelCase& c : kPixelCases) {
     Planes planes = OnePixel(c.in);
     unsigned char out[5] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
-    c.convert(planes.Get(), out);
+    c.convert(1, planes.Get(), 0, out);
     EXPECT_EQ(Rgb(out), c.rgb) << c.what;
-    EXPECT_EQ(out[4], kSentinel) << c.what;
+    EXPECT_EQ(out[3], kSentinel) << c.what;
   }
+  // The packed and RGBA forms share the transform.
+  const unsigned char ycc[3] = {0, 255, 255};
+  unsigned char out[4] = {kSentinel, kSentinel, kSentinel, kSentinel};
+  kiu::ConvertYUVtoRGB(1, ycc, out);
+  EXPECT_EQ(Bytes(out, out + 4), (Bytes{178, 0, 225, kSentinel}));
+  Planes planes = OnePixel({0, 255, 255});
+  kiu::ConvertYUV111toRGBA(1, planes.Get(), 9, out);
+  EXPECT_EQ(Bytes(out, out + 4), (Bytes{178, 0, 225, 9}));
 }
 
 TEST(Converters, RgbToYuvGivesWhiteAndBlack) {
@@ -147,19 +113,6 @@ TEST(Converters, RgbToYuvGivesWhiteAndBlack) {
   unsigned char out[7] = {0, 0, 0, 0, 0, 0, kSentinel};
   kiu::ConvertRGBtoYUV(2, packed, out);
   EXPECT_EQ(Bytes(out, out + 7), (Bytes{255, 128, 128, 0, 128, 128, kSentinel}));
-}
-
-TEST(Converters, RgbOutputsLeaveTheFourthByteAlone) {
-  Planes p;
-  for (int c = 0; c < 4; ++c) p.rows[c] = {Bytes{10, 20, 30}};
-  using Row = void (*)(unsigned long, unsigned char***, unsigned long, unsigned char*);
-  for (Row convert : {static_cast<Row>(kiu::ConvertYUVtoRGB), static_cast<Row>(kiu::ConvertRGBtoRGB),
-                      static_cast<Row>(kiu::ConvertGrayToRGB), static_cast<Row>(kiu::ConvertCMYKtoRGB),
-                      static_cast<Row>(kiu::ConvertYCCKtoRGB)}) {
-    Bytes out(13, kSentinel);
-    convert(3, p.Get(), 0, out.data());
-    for (int i = 3; i < 13; i += 4) EXPECT_EQ(out[i], kSentinel) << i;
-  }
 }
 
 // Subsampled rows: luma 10, 11, 12, chroma distinct per index, so each
@@ -328,31 +281,34 @@ int FirstMismatch(const Bytes& ours, const PeerDecode& d, int y, int rows, int a
   return -1;
 }
 
-TEST(PeerTurboJpeg, FullChromaMatchesExactly) {
-  PeerDecode d = DecodeWithPeer(67, 41, TJSAMP_444, 3);
-  Bytes out(static_cast<size_t>(d.width) * 4), packed(static_cast<size_t>(d.width) * 3);
-  for (int y = 0; y < d.height; ++y) {
-    PeerRows rows(d, y, y);
-    kiu::ConvertYUVtoRGB(d.width, rows.table, 0, out.data());
-    ASSERT_EQ(FirstMismatch(out, d, y, 1, -1), -1) << "planes form, row " << y;
-    kiu::ConvertYUV111toRGBA(d.width, rows.table, 77, out.data());
-    ASSERT_EQ(FirstMismatch(out, d, y, 1, 77), -1) << "RGBA form, row " << y;
-    kiu::ConvertYUVtoYUV(d.width, rows.table, 0, packed.data());
-    kiu::ConvertYUVtoRGB(d.width, packed.data(), out.data());
-    ASSERT_EQ(FirstMismatch(out, d, y, 1, -1), -1) << "packed form, row " << y;
-  }
-}
+// Full and horizontally halved chroma, through the RGBA form and through
+// packed YUV plus the packed transform (and the plane form where it applies).
+struct RowPeerCase {
+  int subsamp, width, height;
+  void (*toRgba)(unsigned long, unsigned char***, unsigned char, unsigned char*);
+  Row toYuv;
+};
 
-TEST(PeerTurboJpeg, HorizontallyHalvedChromaMatchesExactly) {
-  PeerDecode d = DecodeWithPeer(45, 19, TJSAMP_422, 5);
-  Bytes out(static_cast<size_t>(d.width) * 4), packed(static_cast<size_t>(d.width) * 3);
-  for (int y = 0; y < d.height; ++y) {
-    PeerRows rows(d, y, y);
-    kiu::ConvertYUV211toRGBA(d.width, rows.table, 255, out.data());
-    ASSERT_EQ(FirstMismatch(out, d, y, 1, 255), -1) << "row " << y;
-    kiu::ConvertYUV211toYUV(d.width, rows.table, 0, packed.data());
-    kiu::ConvertYUVtoRGB(d.width, packed.data(), out.data());
-    ASSERT_EQ(FirstMismatch(out, d, y, 1, -1), -1) << "via packed YUV, row " << y;
+const RowPeerCase kRowPeerCases[] = {
+    {TJSAMP_444, 67, 41, kiu::ConvertYUV111toRGBA, kiu::ConvertYUVtoYUV},
+    {TJSAMP_422, 45, 19, kiu::ConvertYUV211toRGBA, kiu::ConvertYUV211toYUV},
+};
+
+TEST(PeerTurboJpeg, FullAndHalvedChromaRowsMatchExactly) {
+  for (const RowPeerCase& c : kRowPeerCases) {
+    PeerDecode d = DecodeWithPeer(c.width, c.height, c.subsamp, 3);
+    Bytes out(static_cast<size_t>(d.width) * 4), packed(static_cast<size_t>(d.width) * 3);
+    for (int y = 0; y < d.height; ++y) {
+      PeerRows rows(d, y, y);
+      c.toRgba(d.width, rows.table, 77, out.data());
+      ASSERT_EQ(FirstMismatch(out, d, y, 1, 77), -1) << c.subsamp << " RGBA form, row " << y;
+      c.toYuv(d.width, rows.table, 0, packed.data());
+      kiu::ConvertYUVtoRGB(d.width, packed.data(), out.data());
+      ASSERT_EQ(FirstMismatch(out, d, y, 1, -1), -1) << c.subsamp << " packed form, row " << y;
+      if (c.subsamp != TJSAMP_444) continue;
+      kiu::ConvertYUVtoRGB(d.width, rows.table, 0, out.data());
+      ASSERT_EQ(FirstMismatch(out, d, y, 1, -1), -1) << "planes form, row " << y;
+    }
   }
 }
 
