@@ -1,7 +1,7 @@
 # The library's external interface, checked: keljpeg_exports is a shared
 # library holding the whole codec, so its dynamic symbol table is what the
-# plug-in will export. The test `exports` compares it with
-# tests/data/exports.txt; after an intended change of the interface,
+# plug-in will export. The test ExportedSymbolsMatchTheCommittedList compares
+# it with tests/data/exports.txt; after an intended change of the interface,
 #   cmake --build <build dir> --target update_exports
 # rewrites that list.
 file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/keljpeg_exports.cpp
@@ -18,5 +18,5 @@ add_custom_target(update_exports
   DEPENDS keljpeg_exports VERBATIM)
 # Sanitizer builds add instrumentation symbols of their own.
 if(BUILD_TESTING AND NOT KEL_SANITIZE)
-  add_test(NAME exports COMMAND ${CMAKE_COMMAND} ${KEL_EXPORTS_ARGS})
+  add_test(NAME ExportedSymbolsMatchTheCommittedList COMMAND ${CMAKE_COMMAND} ${KEL_EXPORTS_ARGS})
 endif()
