@@ -5,7 +5,7 @@
 #   scripts/run-arm-tests.sh [extra ctest arguments]
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build=build-armhf
+build="build-armhf"
 jobs=$(nproc)
 
 bash scripts/install-deps.sh --arm
