@@ -3,6 +3,10 @@
 # packages already present are not fetched again.
 #   scripts/install-deps.sh          host build, tests, peers, GStreamer
 #   scripts/install-deps.sh --arm    also the armhf cross toolchain and qemu
+# The armhf build needs no multiarch (no dpkg --add-architecture): the cross
+# packages bring the target libc and libstdc++, GoogleTest is built from the
+# googletest sources, and scripts/run-arm-tests.sh unpacks the armhf peer
+# library privately.
 set -euo pipefail
 
 want_arm=0
@@ -17,9 +21,7 @@ host_pkgs=(
   check
 )
 arm_pkgs=(
-  g++-arm-linux-gnueabihf qemu-user
-  libc6:armhf libstdc++6:armhf libturbojpeg0-dev:armhf
-  libgstreamer1.0-dev:armhf libgstreamer-plugins-base1.0-dev:armhf
+  g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user googletest
 )
 
 SUDO=""
@@ -34,28 +36,21 @@ missing() {
 }
 
 pkgs=("${host_pkgs[@]}")
-if [ "$want_arm" = 1 ]; then
-  if ! dpkg --print-foreign-architectures | grep -qx armhf; then
-    $SUDO dpkg --add-architecture armhf
-  fi
-  pkgs+=("${arm_pkgs[@]}")
-fi
+[ "$want_arm" = 1 ] && pkgs+=("${arm_pkgs[@]}")
 
 todo=$(missing "${pkgs[@]}")
 if [ -n "$todo" ]; then
   export DEBIAN_FRONTEND=noninteractive
-  # A mirror mid-sync can fail one index; retry, then go on with what we have.
+  apt_opts=(-o DPkg::Lock::Timeout=300)
   for try in 1 2 3; do
-    $SUDO apt-get update -qq && break
-    echo "apt-get update failed (try $try), retrying" >&2
-    sleep $((try * 10))
-  done
-  for try in 1 2 3; do
+    # A mirror mid-sync can fail one index; the others are still usable, so
+    # go on to the install and retry both only if that fails.
+    $SUDO apt-get "${apt_opts[@]}" update -qq ||
+      echo "apt-get update reported errors (try $try); going on with the indexes it got" >&2
     # shellcheck disable=SC2086
-    $SUDO apt-get install -y -qq --no-install-recommends $todo && exit 0
+    $SUDO apt-get "${apt_opts[@]}" install -y -qq --no-install-recommends $todo && exit 0
     echo "apt-get install failed (try $try), retrying" >&2
     sleep $((try * 10))
-    $SUDO apt-get update -qq || true
   done
   exit 1
 fi
