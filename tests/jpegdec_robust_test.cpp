@@ -224,3 +224,32 @@ TEST_F(Robust, MemoryInputNotEndingInEoiIsDecodedAsIfItDid) {
 }
 
 }  // namespace
+
+namespace {
+
+// Performance shape: a single-scan image is decoded through the MCU buffer
+// with no whole-image store; a multi-scan one gets the stores; memory input
+// that already ends in EOI is read in place.
+TEST_F(Robust, SingleScanImagesUseNoWholeImageStore) {
+  Bytes baseline = keltest::MakeJpeg(64, 48, 3, 5, "-sample 2x2");
+  Bytes progressive = keltest::MakeJpeg(64, 48, 3, 5, "-sample 2x2 -progressive");
+  {
+    kjd::Decoder d(baseline.data(), baseline.size(), 255);
+    EXPECT_EQ(d.inputEnd, baseline.data() + baseline.size());  // not copied
+    kjd::Decoder::Plane planes[4] = {};
+    d.Dcoef_DecodeToPlanes(8, planes);
+    EXPECT_TRUE(d.singleScan);
+    EXPECT_NE(d.mcuBuffer, nullptr);
+    for (uint32_t i = 0; i < d.componentCount; ++i) EXPECT_EQ(d.components[i].wholeImage, nullptr);
+  }
+  {
+    kjd::Decoder d(progressive.data(), progressive.size(), 255);
+    kjd::Decoder::Plane planes[4] = {};
+    d.Dcoef_DecodeToPlanes(8, planes);
+    EXPECT_FALSE(d.singleScan);
+    EXPECT_EQ(d.mcuBuffer, nullptr);
+    for (uint32_t i = 0; i < d.componentCount; ++i) EXPECT_NE(d.components[i].wholeImage, nullptr);
+  }
+}
+
+}  // namespace
