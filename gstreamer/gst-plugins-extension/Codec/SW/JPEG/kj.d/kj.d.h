@@ -1,0 +1,281 @@
+// The JPEG decoder object (Part 4.1): its state, the input byte reader, the
+// marker reader, the entropy decoders (Part 4.2), the coefficient controllers
+// and the inverse DCT (Part 4.3). Upsampling, pixel output and the decode
+// driver (Parts 4.4, 4.5) plug onto the seam described at `Decompress`.
+#ifndef KJ_D_KJ_D_H
+#define KJ_D_KJ_D_H
+
+#include <cstdint>
+
+#include "kau/kau.h"
+
+class MMStream;
+
+namespace kiu {
+
+// Abstract image decoder.
+class Decoder {
+ public:
+  virtual ~Decoder() = default;
+  virtual unsigned char* DecodeImage() = 0;
+  virtual unsigned long OutputWidth() const = 0;
+  virtual unsigned long OutputHeight() const = 0;
+};
+
+}  // namespace kiu
+
+namespace kjd {
+
+// One coefficient. The Part writes the inverse DCT over `long`, which is 32
+// bits on the target; a fixed 32-bit type keeps the host build identical.
+using Coef = int32_t;
+
+// 64 coefficients in natural (row-major) order.
+struct Block {
+  Coef coef[64];
+};
+
+class Decoder;
+struct Component;
+
+using IdctFn = void (*)(Coef* block, unsigned char** rows, unsigned long column);
+using McuFn = void (*)(Decoder*, Block**);
+using ConsumeFn = int (*)(Decoder*);
+// One iMCU row of samples: output[ci] is the row-pointer array of component
+// index ci (its v * DCT scaled size rows of this iMCU row). Returns non-zero
+// after the last iMCU row.
+using DecompressFn = int (*)(Decoder*, unsigned char*** output);
+
+// The fast decoding table of one Huffman table (8-bit lookahead).
+struct DerivedTable {
+  uint8_t lookNbits[256];
+  uint8_t lookSym[256];
+  int32_t maxcode[18];    // 1..16, [17] = 0xFFFFF sentinel
+  int32_t valoffset[17];  // 1..16
+  const uint8_t* symbols;
+};
+
+struct Component {
+  // Whole-image coefficient store of a multi-scan image: one pointer per
+  // block row, then the blocks, sized in whole MCUs.
+  struct WholeImage {
+    Block** rows;
+    uint32_t rowCount;
+    uint32_t blocksPerRow;
+    static WholeImage* Create(Decoder* decoder, uint32_t rowCount, uint32_t blocksPerRow);
+  };
+
+  const uint32_t* dctTable;  // table the inverse DCT stage dequantises with
+  uint32_t* quantTable;      // latched copy, natural order; null until first scanned
+  uint32_t dctScaledSize;    // 1, 2, 4 or 8; 0 means not chosen yet (taken as 8)
+  uint32_t id;
+  uint32_t index;
+  uint32_t h;
+  uint32_t v;
+  uint32_t quantSlot;
+  uint32_t dcSlot;
+  uint32_t acSlot;
+  uint32_t widthInBlocks;
+  uint32_t heightInBlocks;
+  // Scan geometry (Input_StartScan).
+  uint32_t scaledWidth;  // widthInBlocks * dctScaledSize
+  uint32_t mcuWidth;
+  uint32_t mcuHeight;
+  uint32_t mcuBlocks;
+  uint32_t mcuSampleWidth;
+  uint32_t lastColWidth;
+  uint32_t lastRowHeight;
+  int32_t lastDc;
+  IdctFn idct;
+  WholeImage* wholeImage;
+  // (upsampling state: Part 4.4 adds its fields here)
+
+  // Picks the inverse DCT for dctScaledSize (8 when unset) and the table it uses.
+  void SelectDctTable();
+};
+
+class Decoder : public kiu::Decoder {
+ public:
+  Decoder(const unsigned char* data, unsigned long size, unsigned char alpha);
+  Decoder(MMStream* stream, unsigned char alpha);
+  ~Decoder() override;
+  Decoder(const Decoder&) = delete;
+  Decoder& operator=(const Decoder&) = delete;
+
+  unsigned char* DecodeImage() override { return DecodeImage(0, 0); }
+  // The decode driver (Part 4.5).
+  unsigned char* DecodeImage(long width, long height);
+  unsigned long OutputWidth() const override { return outputWidth; }
+  unsigned long OutputHeight() const override { return outputHeight; }
+
+  void* Allocate(unsigned long size) { return heap.Allocate(size); }
+
+  // ---- Input (kj.dinput) ----
+  unsigned GetInputByte() {
+    if (++inputPosition < inputEnd) return *inputPosition;
+    return RefillForByte();
+  }
+  unsigned GetInputUint16() {
+    unsigned hi = GetInputByte();
+    return (hi << 8) | GetInputByte();
+  }
+  void SkipInput(long count);
+  unsigned char* Input_Load(unsigned char* destination);
+  static const unsigned char* Input_Reload(Decoder* d, const unsigned char*& position);
+  void GetSOI();
+  void GetSOF();
+  void GetDQT();
+  void GetDHT();
+  void GetDRI();
+  void GetSOS();
+  void GetAPP1();
+  void GetAPPn();
+  void SkipVariable();
+  void Input_GetNextMarker();
+  static int Input_ReadMarkers0(Decoder* d);
+  void Input_ReadRestartMarker();
+  void Input_StartScan();
+  // Before entropy-coded data is read: when the header reader has run into
+  // the closing (or synthetic) 0xFF 0xD9 and taken its 0xFF, step back so
+  // that the entropy reader meets the whole pair as a marker and never reads
+  // past it.
+  void Input_EnterEntropyData() {
+    if ((sourceStream == nullptr || inputExhausted) && inputPosition >= inputEnd - 2)
+      inputPosition = inputEnd - 3;
+  }
+
+  // ---- Entropy decoding (kj.dhuff) ----
+  void Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table);
+  void Huff_StartPass();
+  void Phuff_StartPass();
+  void Huff_RestartProcess();
+  void Phuff_RestartProcess();
+  static void Huff_DecodeMCU0(Decoder* d, Block** blocks);
+  static void Phuff_DecodeMCU_DC_first0(Decoder* d, Block** blocks);
+  static void Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks);
+  static void Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks);
+  static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks);
+  static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, uint32_t& buffer,
+                             int32_t& bits, const DerivedTable* table);
+  static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, uint32_t& buffer,
+                                   int32_t& bits, const DerivedTable* table);
+
+  // ---- Coefficient controllers (kj.dcoef) ----
+  // The per-MCU step shared by every controller: restart, count, decode.
+  void Dcoef_DecodeStep(Block** blocks, McuFn decode) {
+    if (restartInterval != 0 && restartsToGo == 0) {
+      if (progressive)
+        Phuff_RestartProcess();
+      else
+        Huff_RestartProcess();
+    }
+    --restartsToGo;
+    if (!insufficientData) decode(this, blocks);
+  }
+  static int Dcoef_DecompressSingleScan111(Decoder* d, unsigned char*** output);
+  static int Dcoef_DecompressSingleScan420(Decoder* d, unsigned char*** output);
+  static int Dcoef_DecompressSingleScan211(Decoder* d, unsigned char*** output);
+  static int Dcoef_DecompressSingleScan0(Decoder* d, unsigned char*** output);
+  static int Dcoef_ReadMultiScan0(Decoder* d);
+  static int Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output);
+  // Sets up the coefficient side for the first scan: the MCU buffer of a
+  // single-scan image (returning the matching controller) or the whole-image
+  // stores of a multi-scan image, after which every scan is read (returning
+  // the multi-scan output controller). Call after every component has its
+  // DCT scaled size and after Input_StartScan. With `specialised` false a
+  // single-scan image always gets Dcoef_DecompressSingleScan0.
+  DecompressFn Dcoef_Prepare(bool specialised = true);
+
+  // Component sample planes at DCT scaled size `scaledSize` (8, 4, 2, 1),
+  // before upsampling and colour conversion: the seam the upsampler reads,
+  // used directly by tests and the benchmark. Planes come from the heap.
+  struct Plane {
+    unsigned char* data;
+    uint32_t stride;   // bytes per row
+    uint32_t width;    // visible samples per row
+    uint32_t height;   // visible rows
+  };
+  // Fills planes[0 .. componentCount - 1].
+  void Dcoef_DecodeToPlanes(uint32_t scaledSize, Plane* planes, bool specialised = true);
+
+  // ---- Inverse DCT (kj.didct) ----
+  static void IDCT_8x8(Coef* block, unsigned char** rows, unsigned long column);
+  static void IDCT_8x8c(Coef* column);
+  static void IDCT_8x8r(unsigned char* out, Coef* row);
+  static void IDCT_4x4(Coef* block, unsigned char** rows, unsigned long column);
+  static void IDCT_2x2(Coef* block, unsigned char** rows, unsigned long column);
+  static void IDCT_1x1(Coef* block, unsigned char** rows, unsigned long column);
+
+  static const int32_t jpegNaturalOrder[80];
+  static const unsigned char* const idctRangeLimit;
+
+  // ---- State (plain data, grouped by stage) ----
+  const unsigned char* inputEnd = nullptr;
+  unsigned unreadMarker = 0;
+  uint32_t bitBuffer = 0;
+  int32_t bitsLeft = 0;
+  uint8_t insufficientData = 0;
+  const unsigned char* inputPosition = nullptr;
+  unsigned char* inputBuffer = nullptr;
+  MMStream* sourceStream = nullptr;
+  uint8_t inputExhausted = 0;  // stream input: the last load found no data
+  uint32_t imageWidth = 0;
+  uint32_t imageHeight = 0;
+  uint32_t outputWidth = 0;
+  uint32_t outputHeight = 0;
+  uint32_t scansSeen = 0;
+  uint32_t restartsToGo = 0;
+  uint32_t eobRun = 0;
+  int32_t* coefBits = nullptr;
+  uint32_t* quantTables[4] = {};
+  uint8_t* dcHuffTables[4] = {};
+  uint8_t* acHuffTables[4] = {};
+  Component* components = nullptr;
+  Component* componentsEnd = nullptr;
+  uint32_t componentCount = 0;
+  uint8_t progressive = 0;
+  uint32_t restartInterval = 0;
+  uint8_t jfifSeen = 0;
+  uint8_t jfifMajor = 1;
+  uint8_t jfifMinor = 1;
+  uint8_t adobeSeen = 0;
+  uint8_t adobeTransform = 0;
+  uint32_t maxH = 0;
+  uint32_t maxV = 0;
+  uint32_t inputImcuRow = 0;
+  uint32_t outputImcuRow = 0;
+  uint32_t mcuRows = 0;
+  int32_t componentsInScan = 0;
+  Component* scanComponents[4] = {};
+  uint32_t mcusPerRow = 0;
+  int32_t blocksInMcu = 0;
+  Component* mcuMembership[18] = {};
+  uint32_t Ss = 0, Se = 0, Ah = 0, Al = 0;
+  DerivedTable* dcDerived[4] = {};
+  DerivedTable* acDerived[4] = {};
+  DerivedTable* progDerived[4] = {};
+  DerivedTable* progAcTable = nullptr;
+  const DerivedTable* blockDcTable[18] = {};
+  const DerivedTable* blockAcTable[18] = {};
+  McuFn decodeMcu = nullptr;
+  Block* mcuBuffer = nullptr;
+  Block* mcuBlocks[18] = {};
+  // (upsampling, colour and output state: Parts 4.4 and 4.5)
+  uint8_t alphaValue = 0;
+  uint8_t singleScan = 0;
+  uint8_t eoiReached = 0;
+  uint8_t soiSeen = 0;
+  uint8_t sofSeen = 0;
+  uint32_t nextRestart = 0;
+  ConsumeFn consumeInput = nullptr;
+  DecompressFn decompress = nullptr;
+  kau::mem::Heap heap;
+
+ private:
+  unsigned RefillForByte();
+  void ReadHeadersFromMemory(const unsigned char* data, unsigned long size);
+};
+
+}  // namespace kjd
+
+#endif  // KJ_D_KJ_D_H

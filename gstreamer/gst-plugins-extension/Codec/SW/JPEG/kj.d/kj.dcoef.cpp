@@ -1,0 +1,263 @@
+// Coefficient controllers (Part 4.3): single-scan controllers that decode an
+// MCU and transform it at once, and the multi-scan pair that collects every
+// scan into whole-image stores and transforms afterwards.
+#include "kj.dcoef.h"
+
+namespace kjd {
+namespace {
+
+constexpr const char* kSrcD = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.d";
+constexpr kau::Site kSiteAfterEOI{kSrcD, 106};
+constexpr kau::Site kSiteRoundUp{"common/kau/kau", 210};
+
+constexpr int kMcuBufferBlocks = 18;
+
+inline void ClearBlocks(Block* first, int count) {
+  kau::mem::Zero32(first, static_cast<unsigned long>(count) * 64);
+}
+
+inline int FinishInputRow(Decoder* d) {
+  if (d->inputImcuRow == d->mcuRows) {
+    d->consumeInput = Decoder::Input_ReadMarkers0;
+    return 1;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int Decoder::Dcoef_DecompressSingleScan0(Decoder* d, unsigned char*** output) {
+  const bool last = ++d->inputImcuRow == d->mcuRows;
+  Block** blocks = d->mcuBlocks;
+  if (d->componentsInScan == 1) {
+    Component* c = d->scanComponents[0];
+    const uint32_t s = c->dctScaledSize;
+    const uint32_t rows = last ? c->lastRowHeight : c->v;
+    unsigned char** out = output[c->index];
+    const IdctFn idct = c->idct;
+    for (uint32_t y = 0; y < rows; ++y) {
+      for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+        ClearBlocks(blocks[0], 1);
+        d->Dcoef_DecodeStep(blocks, d->decodeMcu);
+        idct(blocks[0]->coef, out + y * s, x * s);
+      }
+    }
+  } else {
+    const uint32_t lastColumn = d->mcusPerRow - 1;
+    for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+      ClearBlocks(blocks[0], d->blocksInMcu);
+      d->Dcoef_DecodeStep(blocks, d->decodeMcu);
+      int b = 0;
+      for (int i = 0; i < d->componentsInScan; ++i) {
+        Component* c = d->scanComponents[i];
+        const uint32_t s = c->dctScaledSize;
+        const uint32_t cols = x == lastColumn ? c->lastColWidth : c->mcuWidth;
+        const uint32_t rows = last ? c->lastRowHeight : c->mcuHeight;
+        unsigned char** out = output[c->index];
+        const unsigned long column = x * c->mcuWidth * s;
+        for (uint32_t y = 0; y < c->mcuHeight; ++y, b += static_cast<int>(c->mcuWidth)) {
+          if (y >= rows) continue;
+          for (uint32_t i2 = 0; i2 < cols; ++i2) c->idct(blocks[b + i2]->coef, out + y * s, column + i2 * s);
+        }
+      }
+    }
+  }
+  return FinishInputRow(d);
+}
+
+int Decoder::Dcoef_DecompressSingleScan111(Decoder* d, unsigned char*** output) {
+  ++d->inputImcuRow;
+  Block** blocks = d->mcuBlocks;
+  Component* y = d->components;
+  const IdctFn idct = y->idct;
+  const uint32_t s = y->dctScaledSize;
+  unsigned char** o0 = output[0];
+  unsigned char** o1 = output[1];
+  unsigned char** o2 = output[2];
+  unsigned long column = 0;
+  for (uint32_t x = 0; x < d->mcusPerRow; ++x, column += s) {
+    ClearBlocks(blocks[0], 3);
+    d->Dcoef_DecodeStep(blocks, Huff_DecodeMCU0);
+    idct(blocks[0]->coef, o0, column);
+    idct(blocks[1]->coef, o1, column);
+    idct(blocks[2]->coef, o2, column);
+  }
+  return FinishInputRow(d);
+}
+
+int Decoder::Dcoef_DecompressSingleScan420(Decoder* d, unsigned char*** output) {
+  const bool last = ++d->inputImcuRow == d->mcuRows;
+  Block** blocks = d->mcuBlocks;
+  Component* y = d->components;
+  const IdctFn idct = y->idct;
+  const uint32_t s = y->dctScaledSize;
+  const bool secondRow = !last || y->lastRowHeight == 2;
+  const bool narrowLast = y->lastColWidth == 1;
+  unsigned char** oy = output[0];
+  unsigned char** oy2 = output[0] + s;
+  unsigned char** ou = output[1];
+  unsigned char** ov = output[2];
+  const uint32_t lastColumn = d->mcusPerRow - 1;
+  for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+    ClearBlocks(blocks[0], 6);
+    d->Dcoef_DecodeStep(blocks, Huff_DecodeMCU0);
+    const unsigned long cy = 2ul * x * s;
+    const bool right = !(narrowLast && x == lastColumn);
+    idct(blocks[0]->coef, oy, cy);
+    if (right) idct(blocks[1]->coef, oy, cy + s);
+    if (secondRow) {
+      idct(blocks[2]->coef, oy2, cy);
+      if (right) idct(blocks[3]->coef, oy2, cy + s);
+    }
+    idct(blocks[4]->coef, ou, x * s);
+    idct(blocks[5]->coef, ov, x * s);
+  }
+  return FinishInputRow(d);
+}
+
+int Decoder::Dcoef_DecompressSingleScan211(Decoder* d, unsigned char*** output) {
+  ++d->inputImcuRow;
+  Block** blocks = d->mcuBlocks;
+  Component* y = d->components;
+  const IdctFn idct = y->idct;
+  const uint32_t s = y->dctScaledSize;
+  const bool narrowLast = y->lastColWidth == 1;
+  unsigned char** oy = output[0];
+  unsigned char** ou = output[1];
+  unsigned char** ov = output[2];
+  const uint32_t lastColumn = d->mcusPerRow - 1;
+  for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+    ClearBlocks(blocks[0], 4);
+    d->Dcoef_DecodeStep(blocks, Huff_DecodeMCU0);
+    const unsigned long cy = 2ul * x * s;
+    idct(blocks[0]->coef, oy, cy);
+    if (!(narrowLast && x == lastColumn)) idct(blocks[1]->coef, oy, cy + s);
+    idct(blocks[2]->coef, ou, x * s);
+    idct(blocks[3]->coef, ov, x * s);
+  }
+  return FinishInputRow(d);
+}
+
+int Decoder::Dcoef_ReadMultiScan0(Decoder* d) {
+  const uint32_t row = d->inputImcuRow++;
+  const bool last = d->inputImcuRow == d->mcuRows;
+  const McuFn decode = d->decodeMcu;
+  if (d->componentsInScan == 1) {
+    Component* c = d->scanComponents[0];
+    const uint32_t rows = last ? c->lastRowHeight : c->v;
+    Block** storeRows = c->wholeImage->rows + row * c->v;
+    for (uint32_t y = 0; y < rows; ++y) {
+      Block* blockRow = storeRows[y];
+      for (uint32_t x = 0; x < c->widthInBlocks; ++x) {
+        Block* one = blockRow + x;
+        d->Dcoef_DecodeStep(&one, decode);
+      }
+    }
+  } else {
+    Block* pointers[kMcuBufferBlocks];
+    for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+      int n = 0;
+      for (int i = 0; i < d->componentsInScan; ++i) {
+        Component* c = d->scanComponents[i];
+        Block** storeRows = c->wholeImage->rows + row * c->v;
+        for (uint32_t y = 0; y < c->mcuHeight; ++y)
+          for (uint32_t i2 = 0; i2 < c->mcuWidth; ++i2) pointers[n++] = storeRows[y] + x * c->mcuWidth + i2;
+      }
+      d->Dcoef_DecodeStep(pointers, decode);
+    }
+  }
+  return FinishInputRow(d);
+}
+
+int Decoder::Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output) {
+  const uint32_t row = d->outputImcuRow;
+  const bool last = row + 1 == d->mcuRows;
+  for (Component* c = d->components; c != d->componentsEnd; ++c) {
+    if (c->idct == nullptr) c->SelectDctTable();
+    const uint32_t s = c->dctScaledSize;
+    const uint32_t rest = c->heightInBlocks % c->v;
+    const uint32_t rows = last && rest != 0 ? rest : c->v;
+    const uint32_t width = c->widthInBlocks * s;
+    const uint32_t* q = d->progressive ? c->quantTable : nullptr;
+    unsigned char** out = output[c->index];
+    for (uint32_t y = 0; y < rows; ++y) {
+      Block* block = c->wholeImage->rows[row * c->v + y];
+      for (uint32_t column = 0; column < width; column += s, ++block) {
+        if (q != nullptr) {
+          for (int k = 0; k < 64; ++k)
+            block->coef[k] = static_cast<Coef>(static_cast<uint32_t>(block->coef[k]) * q[k]);
+        }
+        c->idct(block->coef, out + y * s, column);
+      }
+    }
+  }
+  d->outputImcuRow = row + 1;
+  return d->outputImcuRow == d->mcuRows;
+}
+
+DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
+  if (singleScan) {
+    mcuBuffer = heap.AllocateArray<Block>(kMcuBufferBlocks);
+    for (int i = 0; i < kMcuBufferBlocks; ++i) mcuBlocks[i] = mcuBuffer + i;
+    if (specialised && componentCount == 3 && componentsInScan == 3) {
+      const Component* c = components;
+      const bool chroma11 = c[1].h == 1 && c[1].v == 1 && c[2].h == 1 && c[2].v == 1;
+      const bool sameSize =
+          c[0].dctScaledSize == c[1].dctScaledSize && c[0].dctScaledSize == c[2].dctScaledSize;
+      const bool inOrder = scanComponents[0] == &c[0] && scanComponents[1] == &c[1] &&
+                           scanComponents[2] == &c[2];
+      if (chroma11 && sameSize && inOrder) {
+        if (c[0].h == 1 && c[0].v == 1) return Dcoef_DecompressSingleScan111;
+        if (c[0].h == 2 && c[0].v == 2) return Dcoef_DecompressSingleScan420;
+        if (c[0].h == 2 && c[0].v == 1) return Dcoef_DecompressSingleScan211;
+      }
+    }
+    return Dcoef_DecompressSingleScan0;
+  }
+  for (Component* c = components; c != componentsEnd; ++c) {
+    const uint32_t rows = kau::RoundUp(c->heightInBlocks, c->v);
+    const uint32_t cols = kau::RoundUp(c->widthInBlocks, c->h);
+    c->wholeImage = Component::WholeImage::Create(this, rows, cols);
+  }
+  while (!eoiReached) consumeInput(this);
+  outputImcuRow = 0;
+  return Dcoef_DecompressMultiScan0;
+}
+
+void Decoder::Dcoef_DecodeToPlanes(uint32_t scaledSize, Plane* planes, bool specialised) {
+  if (eoiReached || !sofSeen) kau::Throw(kSiteAfterEOI);
+  if (scaledSize != 1 && scaledSize != 2 && scaledSize != 4) scaledSize = 8;
+  for (Component* c = components; c != componentsEnd; ++c) {
+    c->dctScaledSize = scaledSize;
+    c->SelectDctTable();
+  }
+  Input_StartScan();
+  decompress = Dcoef_Prepare(specialised);
+
+  unsigned char*** output = heap.AllocateArray<unsigned char**>(componentCount);
+  const uint32_t mcuColumns = kau::CeilDiv(imageWidth, 8 * maxH);
+  for (Component* c = components; c != componentsEnd; ++c) {
+    Plane& p = planes[c->index];
+    uint64_t stride = uint64_t{mcuColumns} * c->h * scaledSize;
+    uint64_t rows = uint64_t{mcuRows} * c->v * scaledSize;
+    if (stride * rows > UINT32_MAX) kau::Throw(kSiteRoundUp);
+    p.stride = static_cast<uint32_t>(stride);
+    p.data = static_cast<unsigned char*>(Allocate(static_cast<unsigned long>(stride * rows)));
+    p.width = kau::CeilDiv(imageWidth * c->h * scaledSize, 8 * maxH);
+    p.height = kau::CeilDiv(imageHeight * c->v * scaledSize, 8 * maxV);
+    output[c->index] = heap.AllocateArray<unsigned char*>(c->v * scaledSize);
+  }
+  for (uint32_t row = 0; row < mcuRows; ++row) {
+    for (Component* c = components; c != componentsEnd; ++c) {
+      const uint32_t n = c->v * scaledSize;
+      unsigned char* first = planes[c->index].data + uint64_t{row} * n * planes[c->index].stride;
+      for (uint32_t r = 0; r < n; ++r) output[c->index][r] = first + r * planes[c->index].stride;
+    }
+    decompress(this, output);
+  }
+  // Read what follows the last scan up to EOI (a single-scan image may have
+  // no second scan, kj.dinput 206).
+  while (!eoiReached) consumeInput(this);
+}
+
+}  // namespace kjd

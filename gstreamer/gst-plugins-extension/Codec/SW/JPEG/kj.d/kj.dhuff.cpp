@@ -1,0 +1,420 @@
+// Huffman entropy decoding (Part 4.2): derived tables, the bit reader, the
+// sequential and progressive MCU decoders and restart handling.
+//
+// Arithmetic that corrupt data can push past 32 bits (DC sums, products with
+// 16-bit quantisation values, shifts by Al) is done in unsigned arithmetic so
+// that it wraps as on the target instead of being undefined.
+#include "kj.dhuff.h"
+
+namespace kjd {
+namespace {
+
+constexpr const char* kSrc = kSourceHuff;
+constexpr kau::Site kSiteNearMarker{kSrc, 94};
+constexpr kau::Site kSiteLong{kSrc, 111};
+constexpr kau::Site kSiteTableNumber{kSrc, 211};
+constexpr kau::Site kSiteNoTable{kSrc, 213};
+constexpr kau::Site kSiteTooManyCodes{kSrc, 224};
+constexpr kau::Site kSiteOverfull{kSrc, 239};
+constexpr kau::Site kSiteDcSymbol{kSrc, 288};
+constexpr kau::Site kSiteDcSe{kSrc, 423};
+constexpr kau::Site kSiteAcBand{kSrc, 428};
+constexpr kau::Site kSiteAlAh{kSrc, 431};
+constexpr kau::Site kSiteAcBeforeDc{kSrc, 439};
+constexpr kau::Site kSiteHistory{kSrc, 443};
+constexpr kau::Site kSiteRefineSymbol{kSrc, 600};
+
+constexpr int32_t kExtendTest[16] = {0,     1,     2,     4,     8,     16,     32,    64,
+                                     128,   256,   512,   1024,  2048,  4096,   8192,  16384};
+constexpr int32_t kExtendOffset[16] = {0,     -1,    -3,    -7,     -15,   -31,   -63,   -127,
+                                       -255,  -511,  -1023, -2047,  -4095, -8191, -16383, -32767};
+
+inline int32_t Wrap(uint32_t v) { return static_cast<int32_t>(v); }
+
+// The bit reader with its state in locals; loaded from the decoder at the
+// start of an MCU and stored back at its end.
+struct BitReader {
+  Decoder* d;
+  const unsigned char* pos;
+  uint32_t buf;
+  int32_t bits;
+
+  explicit BitReader(Decoder* decoder)
+      : d(decoder), pos(decoder->inputPosition), buf(decoder->bitBuffer), bits(decoder->bitsLeft) {}
+  void Store() {
+    d->inputPosition = pos;
+    d->bitBuffer = buf;
+    d->bitsLeft = bits;
+  }
+};
+
+// Takes one byte into the bit buffer; false when a marker stands next (the
+// position is then left in front of it).
+inline bool TakeByte(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits) {
+  for (;;) {
+    uint32_t c = *++pos;
+    if (c != 0xFF) {
+      buf = (buf << 8) | c;
+      bits += 8;
+      return true;
+    }
+    do c = *++pos;
+    while (c == 0xFF);
+    if (c == 0) {
+      buf = (buf << 8) | 0xFF;
+      bits += 8;
+      return true;
+    }
+    if (c == 0x01 && pos == d->inputEnd + 1) {
+      // The buffer's end sentinel: refill and go on.
+      Decoder::Input_Reload(d, pos);
+      continue;
+    }
+    d->unreadMarker = c;
+    pos -= 2;
+    return false;
+  }
+}
+
+// Fills to at least 25 bits; a marker stops it, and zero bits stand in when
+// fewer than `need` remain.
+inline void Fill(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits, int32_t need) {
+  while (bits <= 24) {
+    if (!TakeByte(d, pos, buf, bits)) {
+      if (bits < need) {
+        buf <<= (25 - bits);
+        bits = 25;
+        d->insufficientData = 1;
+      }
+      return;
+    }
+  }
+}
+
+inline uint32_t GetBits(uint32_t buf, int32_t& bits, int32_t n) {
+  bits -= n;
+  return (buf >> bits) & ((1u << n) - 1);
+}
+
+inline uint32_t ReadBits(BitReader& r, int32_t n) {
+  if (r.bits < n) Fill(r.d, r.pos, r.buf, r.bits, n);
+  return GetBits(r.buf, r.bits, n);
+}
+
+inline int Decode(BitReader& r, const DerivedTable* t) {
+  if (r.bits < 8) {
+    if (!TakeByte(r.d, r.pos, r.buf, r.bits))
+      return Decoder::Huff_DecodeNearMarker(r.d, r.pos, r.buf, r.bits, t);
+  }
+  uint32_t look = (r.buf >> (r.bits - 8)) & 0xFF;
+  int n = t->lookNbits[look];
+  if (n != 0) {
+    r.bits -= n;
+    return t->lookSym[look];
+  }
+  return Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t);
+}
+
+inline int32_t Receive(BitReader& r, int s) {
+  int32_t v = static_cast<int32_t>(ReadBits(r, s));
+  if (v < kExtendTest[s]) v += kExtendOffset[s];
+  return v;
+}
+
+}  // namespace
+
+int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+                             const DerivedTable* t) {
+  if (bits < 9) Fill(d, pos, buf, bits, 9);
+  int32_t code = static_cast<int32_t>(GetBits(buf, bits, 9));
+  int l = 9;
+  while (code > t->maxcode[l]) {
+    if (bits < 1) Fill(d, pos, buf, bits, 1);
+    code = (code << 1) | static_cast<int32_t>(GetBits(buf, bits, 1));
+    ++l;
+  }
+  if (l > 16) kau::Throw(kSiteLong);
+  return t->symbols[code + t->valoffset[l]];
+}
+
+int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, uint32_t& buf,
+                                   int32_t& bits, const DerivedTable* t) {
+  if (bits < 1) Fill(d, pos, buf, bits, 1);
+  int32_t code = static_cast<int32_t>(GetBits(buf, bits, 1));
+  int l = 1;
+  while (code > t->maxcode[l]) {
+    if (bits < 1) Fill(d, pos, buf, bits, 1);
+    code = (code << 1) | static_cast<int32_t>(GetBits(buf, bits, 1));
+    ++l;
+  }
+  if (l >= 17) kau::Throw(kSiteNearMarker);
+  return t->symbols[code + t->valoffset[l]];
+}
+
+void Decoder::Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table) {
+  if (slot < 0 || slot > 3) kau::Throw(kSiteTableNumber);
+  const uint8_t* record = isDc ? dcHuffTables[slot] : acHuffTables[slot];
+  if (record == nullptr) kau::Throw(kSiteNoTable);
+  if (table == nullptr) table = static_cast<DerivedTable*>(Allocate(sizeof(DerivedTable)));
+  DerivedTable* t = table;
+  t->symbols = record + 17;
+
+  uint8_t sizes[257];
+  int p = 0;
+  for (int l = 1; l <= 16; ++l) {
+    int count = record[l];
+    if (p + count > 256) kau::Throw(kSiteTooManyCodes);
+    while (count-- > 0) sizes[p++] = static_cast<uint8_t>(l);
+  }
+  sizes[p] = 0;
+  const int numSymbols = p;
+
+  uint32_t codes[257];
+  uint32_t code = 0;
+  int si = sizes[0];
+  p = 0;
+  while (sizes[p] != 0) {
+    while (sizes[p] == si) codes[p++] = code++;
+    if (code >= (1u << si)) kau::Throw(kSiteOverfull);
+    code <<= 1;
+    ++si;
+  }
+
+  p = 0;
+  for (int l = 1; l <= 16; ++l) {
+    if (record[l] != 0) {
+      t->valoffset[l] = p - static_cast<int32_t>(codes[p]);
+      p += record[l];
+      t->maxcode[l] = static_cast<int32_t>(codes[p - 1]);
+    } else {
+      t->maxcode[l] = -1;
+    }
+  }
+  t->maxcode[17] = 0xFFFFF;
+
+  kau::mem::Zero8(t->lookNbits, 256);
+  p = 0;
+  for (int l = 1; l <= 8; ++l) {
+    for (int i = 1; i <= record[l]; ++i, ++p) {
+      uint32_t look = codes[p] << (8 - l);
+      for (int n = 1 << (8 - l); n > 0; --n, ++look) {
+        t->lookNbits[look] = static_cast<uint8_t>(l);
+        t->lookSym[look] = t->symbols[p];
+      }
+    }
+  }
+
+  if (isDc) {
+    for (int i = 0; i < numSymbols; ++i)
+      if (t->symbols[i] > 15) kau::Throw(kSiteDcSymbol);
+  }
+}
+
+void Decoder::Huff_StartPass() {
+  for (int i = 0; i < componentsInScan; ++i) {
+    Component* c = scanComponents[i];
+    Huff_MakeDerivedTable(true, static_cast<int>(c->dcSlot), dcDerived[c->dcSlot & 3]);
+    Huff_MakeDerivedTable(false, static_cast<int>(c->acSlot), acDerived[c->acSlot & 3]);
+    c->lastDc = 0;
+  }
+  for (int b = 0; b < blocksInMcu; ++b) {
+    Component* c = mcuMembership[b];
+    blockDcTable[b] = dcDerived[c->dcSlot];
+    blockAcTable[b] = acDerived[c->acSlot];
+  }
+  decodeMcu = Huff_DecodeMCU0;
+  Input_EnterEntropyData();
+  insufficientData = 0;
+  restartsToGo = restartInterval;
+  bitsLeft = 0;
+  bitBuffer = 0;
+}
+
+void Decoder::Phuff_StartPass() {
+  const bool dcScan = Ss == 0;
+  if (dcScan) {
+    if (Se != 0) kau::Throw(kSiteDcSe);
+  } else {
+    if (Ss > Se || Se >= 64 || componentsInScan != 1) kau::Throw(kSiteAcBand);
+  }
+  if (dcScan)
+    decodeMcu = Ah == 0 ? Phuff_DecodeMCU_DC_first0 : Phuff_DecodeMCU_DC_refine0;
+  else
+    decodeMcu = Ah == 0 ? Phuff_DecodeMCU_AC_first0 : Phuff_DecodeMCU_AC_refine0;
+  if ((Ah != 0 && Al != Ah - 1) || Al > 13) kau::Throw(kSiteAlAh);
+
+  for (int i = 0; i < componentsInScan; ++i) {
+    Component* c = scanComponents[i];
+    int32_t* history = coefBits + c->index * 64;
+    if (!dcScan && history[0] < 0) kau::Throw(kSiteAcBeforeDc);
+    for (uint32_t k = Ss; k <= Se; ++k) {
+      int32_t expected = history[k] < 0 ? 0 : history[k];
+      if (static_cast<int32_t>(Ah) != expected) kau::Throw(kSiteHistory);
+      history[k] = static_cast<int32_t>(Al);
+    }
+  }
+  for (int i = 0; i < componentsInScan; ++i) {
+    Component* c = scanComponents[i];
+    if (!dcScan) {
+      Huff_MakeDerivedTable(false, static_cast<int>(c->acSlot), progDerived[c->acSlot & 3]);
+      progAcTable = progDerived[c->acSlot];
+    } else if (Ah == 0) {
+      Huff_MakeDerivedTable(true, static_cast<int>(c->dcSlot), progDerived[c->dcSlot & 3]);
+    }
+    c->lastDc = 0;
+  }
+  for (int b = 0; b < blocksInMcu; ++b) blockDcTable[b] = progDerived[mcuMembership[b]->dcSlot & 3];
+  Input_EnterEntropyData();
+  restartsToGo = restartInterval;
+  eobRun = 0;
+  bitsLeft = 0;
+  bitBuffer = 0;
+  insufficientData = 0;
+}
+
+void Decoder::Huff_RestartProcess() {
+  Input_ReadRestartMarker();
+  Input_EnterEntropyData();
+  for (int i = 0; i < componentsInScan; ++i) scanComponents[i]->lastDc = 0;
+  restartsToGo = restartInterval;
+  insufficientData = 0;
+  bitsLeft = 0;
+  bitBuffer = 0;
+}
+
+void Decoder::Phuff_RestartProcess() {
+  Huff_RestartProcess();
+  eobRun = 0;
+}
+
+void Decoder::Huff_DecodeMCU0(Decoder* d, Block** blocks) {
+  BitReader r(d);
+  const int32_t* natural = jpegNaturalOrder;
+  for (int b = 0; b < d->blocksInMcu; ++b) {
+    Coef* block = blocks[b]->coef;
+    Component* c = d->mcuMembership[b];
+    const uint32_t* q = c->quantTable;
+    int s = Decode(r, d->blockDcTable[b]);
+    int32_t diff = s != 0 ? Receive(r, s) : 0;
+    c->lastDc = Wrap(static_cast<uint32_t>(c->lastDc) + static_cast<uint32_t>(diff));
+    block[0] = Wrap(static_cast<uint32_t>(c->lastDc) * q[0]);
+    const DerivedTable* ac = d->blockAcTable[b];
+    for (int k = 1; k < 64;) {
+      int symbol = Decode(r, ac);
+      int run = symbol >> 4;
+      s = symbol & 15;
+      if (s != 0) {
+        k += run;
+        int32_t v = Receive(r, s);
+        int32_t at = natural[k];
+        block[at] = Wrap(static_cast<uint32_t>(v) * q[at]);
+        ++k;
+      } else if (run == 15) {
+        k += 16;
+      } else {
+        break;
+      }
+    }
+  }
+  r.Store();
+}
+
+void Decoder::Phuff_DecodeMCU_DC_first0(Decoder* d, Block** blocks) {
+  BitReader r(d);
+  for (int b = 0; b < d->blocksInMcu; ++b) {
+    Component* c = d->mcuMembership[b];
+    int s = Decode(r, d->blockDcTable[b]);
+    int32_t diff = s != 0 ? Receive(r, s) : 0;
+    c->lastDc = Wrap(static_cast<uint32_t>(c->lastDc) + static_cast<uint32_t>(diff));
+    blocks[b]->coef[0] = Wrap(static_cast<uint32_t>(c->lastDc) << d->Al);
+  }
+  r.Store();
+}
+
+void Decoder::Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks) {
+  BitReader r(d);
+  const uint32_t p1 = 1u << d->Al;
+  for (int b = 0; b < d->blocksInMcu; ++b) {
+    if (ReadBits(r, 1) != 0) blocks[b]->coef[0] = Wrap(static_cast<uint32_t>(blocks[b]->coef[0]) | p1);
+  }
+  r.Store();
+}
+
+void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) {
+  if (d->eobRun != 0) {
+    --d->eobRun;
+    return;
+  }
+  BitReader r(d);
+  Coef* block = blocks[0]->coef;
+  const DerivedTable* t = d->progAcTable;
+  const int se = static_cast<int>(d->Se);
+  const uint32_t al = d->Al;
+  for (int k = static_cast<int>(d->Ss); k <= se; ++k) {
+    int symbol = Decode(r, t);
+    int run = symbol >> 4;
+    int s = symbol & 15;
+    if (s != 0) {
+      k += run;
+      int32_t v = Receive(r, s);
+      block[jpegNaturalOrder[k]] = Wrap(static_cast<uint32_t>(v) << al);
+    } else if (run == 15) {
+      k += 15;
+    } else {
+      uint32_t eob = 1u << run;
+      if (run != 0) eob += ReadBits(r, run);
+      d->eobRun = eob - 1;
+      break;
+    }
+  }
+  r.Store();
+}
+
+void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
+  BitReader r(d);
+  Coef* block = blocks[0]->coef;
+  const DerivedTable* t = d->progAcTable;
+  const int se = static_cast<int>(d->Se);
+  const int32_t p1 = static_cast<int32_t>(1u << d->Al);
+  const int32_t m1 = -p1;
+  const int32_t* natural = jpegNaturalOrder;
+  int k = static_cast<int>(d->Ss);
+  if (d->eobRun == 0) {
+    for (; k <= se; ++k) {
+      int symbol = Decode(r, t);
+      int run = symbol >> 4;
+      int s = symbol & 15;
+      int32_t value = 0;
+      if (s != 0) {
+        if (s != 1) kau::Throw(kSiteRefineSymbol);
+        value = ReadBits(r, 1) != 0 ? p1 : m1;
+      } else if (run != 15) {
+        d->eobRun = 1u << run;
+        if (run != 0) d->eobRun += ReadBits(r, run);
+        break;
+      }
+      do {
+        Coef* coef = block + natural[k];
+        if (*coef != 0) {
+          if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef += *coef >= 0 ? p1 : m1;
+        } else if (--run < 0) {
+          break;
+        }
+        ++k;
+      } while (k <= se);
+      if (value != 0) block[natural[k]] = value;
+    }
+  }
+  if (d->eobRun > 0) {
+    for (; k <= se; ++k) {
+      Coef* coef = block + natural[k];
+      if (*coef != 0) {
+        if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef += *coef >= 0 ? p1 : m1;
+      }
+    }
+    --d->eobRun;
+  }
+  r.Store();
+}
+
+}  // namespace kjd

@@ -1,0 +1,341 @@
+// Marker reader and scan set-up (Part 4.1).
+#include "kj.dinput.h"
+
+namespace kjd {
+namespace {
+
+constexpr const char* kSrc = kSourceInput;
+constexpr kau::Site kSiteSecondSOI{kSrc, 124};
+constexpr kau::Site kSiteSecondSOF{kSrc, 138};
+constexpr kau::Site kSitePrecision{kSrc, 142};
+constexpr kau::Site kSiteTooLarge{kSrc, 147};
+constexpr kau::Site kSiteTooManyComponents{kSrc, 149};
+constexpr kau::Site kSiteEmptyFrame{kSrc, 153};
+constexpr kau::Site kSiteSOFLength{kSrc, 154};
+constexpr kau::Site kSiteSOSBeforeSOF{kSrc, 176};
+constexpr kau::Site kSiteSOSLength{kSrc, 179};
+constexpr kau::Site kSiteScanComponent{kSrc, 189};
+constexpr kau::Site kSiteSecondScan{kSrc, 206};
+constexpr kau::Site kSiteSampling{kSrc, 217};
+constexpr kau::Site kSiteDHTCount{kSrc, 252};
+constexpr kau::Site kSiteDHTSlot{kSrc, 266};
+constexpr kau::Site kSiteDHTLength{kSrc, 272};
+constexpr kau::Site kSiteDQTSlot{kSrc, 284};
+constexpr kau::Site kSiteDQTLength{kSrc, 297};
+constexpr kau::Site kSiteDRILength{kSrc, 303};
+constexpr kau::Site kSiteJFIFVersion{kSrc, 340};
+constexpr kau::Site kSiteRestart{kSrc, 475};
+constexpr kau::Site kSiteScanCount{kSrc, 502};
+constexpr kau::Site kSiteMcuBlocks{kSrc, 518};
+constexpr kau::Site kSiteQuantTable{kSrc, 530};
+constexpr kau::Site kSiteUnsupportedSOF{kSrc, 601};
+constexpr kau::Site kSiteNoScan{kSrc, 609};
+constexpr kau::Site kSiteUnknownMarker{kSrc, 657};
+
+constexpr int kMaxBlocksInMcu = 18;
+
+}  // namespace
+
+void Decoder::GetSOI() {
+  if (soiSeen) kau::Throw(kSiteSecondSOI);
+  soiSeen = 1;
+  restartInterval = 0;
+  jfifSeen = 0;
+  jfifMajor = 1;
+  jfifMinor = 1;
+  adobeSeen = 0;
+  adobeTransform = 0;
+}
+
+void Decoder::GetSOF() {
+  if (sofSeen) kau::Throw(kSiteSecondSOF);
+  unsigned length = GetInputUint16();
+  if (GetInputByte() != 8) kau::Throw(kSitePrecision);
+  imageHeight = GetInputUint16();
+  imageWidth = GetInputUint16();
+  if (imageHeight > 65500 || imageWidth > 65500) kau::Throw(kSiteTooLarge);
+  unsigned count = GetInputByte();
+  if (count > 4) kau::Throw(kSiteTooManyComponents);
+  if (imageHeight == 0 || imageWidth == 0 || count == 0) kau::Throw(kSiteEmptyFrame);
+  if (length != 8 + 3 * count) kau::Throw(kSiteSOFLength);
+  componentCount = count;
+  if (components == nullptr) {
+    components = static_cast<Component*>(heap.AllocateAndZero(sizeof(Component) * count));
+    componentsEnd = components + count;
+  }
+  for (unsigned i = 0; i < count; ++i) {
+    Component& c = components[i];
+    c.index = i;
+    c.id = GetInputByte();
+    unsigned hv = GetInputByte();
+    c.h = hv >> 4;
+    c.v = hv & 15;
+    c.quantSlot = GetInputByte();
+  }
+  sofSeen = 1;
+}
+
+void Decoder::GetDQT() {
+  long remaining = static_cast<long>(GetInputUint16()) - 2;
+  while (remaining > 0) {
+    unsigned pqtq = GetInputByte();
+    unsigned pq = pqtq >> 4;
+    unsigned tq = pqtq & 15;
+    if (tq > 3) kau::Throw(kSiteDQTSlot);
+    if (quantTables[tq] == nullptr) quantTables[tq] = static_cast<uint32_t*>(Allocate(256));
+    uint32_t* table = quantTables[tq];
+    for (int k = 0; k < 64; ++k) {
+      unsigned value = pq != 0 ? GetInputUint16() : GetInputByte();
+      table[jpegNaturalOrder[k]] = value;
+    }
+    remaining -= 65;
+    if (pq != 0) remaining -= 64;
+  }
+  if (remaining != 0) kau::Throw(kSiteDQTLength);
+}
+
+void Decoder::GetDHT() {
+  long remaining = static_cast<long>(GetInputUint16()) - 2;
+  while (remaining > 16) {
+    unsigned classSlot = GetInputByte();
+    uint8_t counts[17];
+    counts[0] = 0;
+    long total = 0;
+    for (int l = 1; l <= 16; ++l) {
+      counts[l] = static_cast<uint8_t>(GetInputByte());
+      total += counts[l];
+    }
+    if (total > 256 || total > remaining - 17) kau::Throw(kSiteDHTCount);
+    uint8_t values[256];
+    for (long i = 0; i < total; ++i) values[i] = static_cast<uint8_t>(GetInputByte());
+    uint8_t** slot;
+    if (classSlot & 0x10) {
+      unsigned n = classSlot - 16;
+      if (n > 3) kau::Throw(kSiteDHTSlot);
+      slot = &acHuffTables[n];
+    } else {
+      if (classSlot > 3) kau::Throw(kSiteDHTSlot);
+      slot = &dcHuffTables[classSlot];
+    }
+    if (*slot == nullptr) *slot = static_cast<uint8_t*>(Allocate(273));
+    uint8_t* table = *slot;
+    kau::mem::Copy8(table, counts, 17);
+    if (total > 0) kau::mem::Copy8(table + 17, values, static_cast<unsigned long>(total));
+    remaining -= 17 + total;
+  }
+  if (remaining != 0) kau::Throw(kSiteDHTLength);
+}
+
+void Decoder::GetDRI() {
+  if (GetInputUint16() != 4) kau::Throw(kSiteDRILength);
+  restartInterval = GetInputUint16();
+}
+
+void Decoder::GetAPPn() {
+  unsigned marker = unreadMarker;
+  long length = static_cast<long>(GetInputUint16()) - 2;
+  long count = length < 14 ? length : 14;
+  uint8_t b[14];
+  for (long i = 0; i < count; ++i) b[i] = static_cast<uint8_t>(GetInputByte());
+  if (marker == 0xE0 && count >= 14 && b[0] == 'J' && b[1] == 'F' && b[2] == 'I' && b[3] == 'F' &&
+      b[4] == 0) {
+    jfifSeen = 1;
+    jfifMajor = b[5];
+    jfifMinor = b[6];
+    if (jfifMajor != 1) kau::Throw(kSiteJFIFVersion);
+  } else if (marker == 0xEE && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' &&
+             b[3] == 'b' && b[4] == 'e') {
+    adobeSeen = 1;
+    adobeTransform = b[11];
+  }
+  SkipInput(length - count);
+}
+
+void Decoder::GetAPP1() { SkipInput(static_cast<long>(GetInputUint16()) - 2); }
+
+void Decoder::SkipVariable() { SkipInput(static_cast<long>(GetInputUint16()) - 2); }
+
+void Decoder::GetSOS() {
+  if (!sofSeen) kau::Throw(kSiteSOSBeforeSOF);
+  unsigned length = GetInputUint16();
+  unsigned ns = GetInputByte();
+  if (ns == 0 || ns > 4 || length != 6 + 2 * ns) kau::Throw(kSiteSOSLength);
+  componentsInScan = static_cast<int32_t>(ns);
+  for (unsigned i = 0; i < ns; ++i) {
+    unsigned cs = GetInputByte();
+    unsigned tables = GetInputByte();
+    Component* c = components;
+    while (c != componentsEnd && c->id != cs) ++c;
+    if (c == componentsEnd) kau::Throw(kSiteScanComponent);
+    c->dcSlot = tables >> 4;
+    c->acSlot = tables & 15;
+    scanComponents[i] = c;
+  }
+  Ss = GetInputByte();
+  Se = GetInputByte();
+  unsigned ahal = GetInputByte();
+  Ah = ahal >> 4;
+  Al = ahal & 15;
+  nextRestart = 0;
+  ++scansSeen;
+  if (scansSeen == 1) {
+    maxH = 0;
+    maxV = 0;
+    for (Component* c = components; c != componentsEnd; ++c) {
+      if (c->h < 1 || c->h > 4 || c->v < 1 || c->v > 4) kau::Throw(kSiteSampling);
+      if (c->h > maxH) maxH = c->h;
+      if (c->v > maxV) maxV = c->v;
+    }
+    for (Component* c = components; c != componentsEnd; ++c) {
+      c->widthInBlocks = kau::CeilDiv(imageWidth * c->h, 8 * maxH);
+      c->heightInBlocks = kau::CeilDiv(imageHeight * c->v, 8 * maxV);
+    }
+    mcuRows = kau::CeilDiv(imageHeight, 8 * maxV);
+    singleScan = (ns == componentCount && !progressive) ? 1 : 0;
+  } else {
+    if (singleScan) kau::Throw(kSiteSecondScan);
+    Input_StartScan();
+  }
+}
+
+void Decoder::Input_StartScan() {
+  if (componentsInScan == 1) {
+    Component* c = scanComponents[0];
+    uint32_t size = c->dctScaledSize != 0 ? c->dctScaledSize : 8;
+    mcusPerRow = c->widthInBlocks;
+    c->mcuWidth = 1;
+    c->mcuHeight = 1;
+    c->mcuBlocks = 1;
+    c->mcuSampleWidth = size;
+    uint32_t rest = c->heightInBlocks % c->v;
+    c->lastRowHeight = rest != 0 ? rest : c->v;
+    c->lastColWidth = 1;
+    mcuMembership[0] = c;
+    blocksInMcu = 1;
+  } else {
+    if (componentsInScan < 2 || componentsInScan > 4) kau::Throw(kSiteScanCount);
+    mcusPerRow = kau::CeilDiv(imageWidth, 8 * maxH);
+    blocksInMcu = 0;
+    for (int i = 0; i < componentsInScan; ++i) {
+      Component* c = scanComponents[i];
+      uint32_t size = c->dctScaledSize != 0 ? c->dctScaledSize : 8;
+      c->mcuWidth = c->h;
+      c->mcuHeight = c->v;
+      c->mcuBlocks = c->h * c->v;
+      c->mcuSampleWidth = c->h * size;
+      uint32_t rest = c->widthInBlocks % c->h;
+      c->lastColWidth = rest != 0 ? rest : c->h;
+      rest = c->heightInBlocks % c->v;
+      c->lastRowHeight = rest != 0 ? rest : c->v;
+      if (blocksInMcu + static_cast<int32_t>(c->mcuBlocks) > kMaxBlocksInMcu) kau::Throw(kSiteMcuBlocks);
+      for (uint32_t b = 0; b < c->mcuBlocks; ++b) mcuMembership[blocksInMcu++] = c;
+    }
+  }
+  for (int i = 0; i < componentsInScan; ++i) {
+    Component* c = scanComponents[i];
+    uint32_t size = c->dctScaledSize != 0 ? c->dctScaledSize : 8;
+    c->scaledWidth = c->widthInBlocks * size;
+    if (c->quantTable == nullptr) {
+      if (c->quantSlot > 3 || quantTables[c->quantSlot] == nullptr) kau::Throw(kSiteQuantTable);
+      c->quantTable = static_cast<uint32_t*>(Allocate(256));
+      kau::mem::Copy32(c->quantTable, quantTables[c->quantSlot], 64);
+      c->SelectDctTable();
+    }
+  }
+  if (progressive)
+    Phuff_StartPass();
+  else
+    Huff_StartPass();
+  inputImcuRow = 0;
+  consumeInput = Dcoef_ReadMultiScan0;
+}
+
+void Decoder::Input_GetNextMarker() {
+  if (unreadMarker != 0) {
+    // The entropy decoder stopped in front of it: step over its two bytes.
+    GetInputByte();
+    GetInputByte();
+    return;
+  }
+  for (;;) {
+    unsigned c = GetInputByte();
+    while (c != 0xFF) c = GetInputByte();
+    do c = GetInputByte();
+    while (c == 0xFF);
+    if (c != 0) {
+      unreadMarker = c;
+      return;
+    }
+  }
+}
+
+void Decoder::Input_ReadRestartMarker() {
+  Input_GetNextMarker();
+  if (unreadMarker != 0xD0 + nextRestart) kau::Throw(kSiteRestart);
+  nextRestart = (nextRestart + 1) & 7;
+  unreadMarker = 0;
+}
+
+int Decoder::Input_ReadMarkers0(Decoder* d) {
+  if (d->eoiReached) return 1;
+  for (;;) {
+    d->Input_GetNextMarker();
+    unsigned marker = d->unreadMarker;
+    switch (marker) {
+      case 0x01:
+      case 0xD0: case 0xD1: case 0xD2: case 0xD3: case 0xD4: case 0xD5: case 0xD6: case 0xD7:
+        break;
+      case 0xC0:
+      case 0xC1:
+        d->GetSOF();
+        break;
+      case 0xC2: {
+        d->GetSOF();
+        d->progressive = 1;
+        d->coefBits = d->heap.AllocateArray<int32_t>(d->componentCount * 64);
+        for (uint32_t i = 0; i < d->componentCount * 64; ++i) d->coefBits[i] = -1;
+        break;
+      }
+      case 0xC3: case 0xC5: case 0xC6: case 0xC7: case 0xC8: case 0xC9: case 0xCA: case 0xCB:
+      case 0xCD: case 0xCE: case 0xCF:
+        kau::Throw(kSiteUnsupportedSOF);
+      case 0xC4:
+        d->GetDHT();
+        break;
+      case 0xCC: case 0xDC:
+      case 0xE2: case 0xE3: case 0xE4: case 0xE5: case 0xE6: case 0xE7: case 0xE8: case 0xE9:
+      case 0xEA: case 0xEB: case 0xEC: case 0xED: case 0xEF: case 0xFE:
+        d->SkipVariable();
+        break;
+      case 0xD8:
+        d->GetSOI();
+        break;
+      case 0xD9:
+        d->eoiReached = 1;
+        if (d->sofSeen && d->scansSeen == 0) kau::Throw(kSiteNoScan);
+        d->unreadMarker = 0;
+        return 1;
+      case 0xDA:
+        d->GetSOS();
+        d->unreadMarker = 0;
+        return 0;
+      case 0xDB:
+        d->GetDQT();
+        break;
+      case 0xDD:
+        d->GetDRI();
+        break;
+      case 0xE0: case 0xEE:
+        d->GetAPPn();
+        break;
+      case 0xE1:
+        d->GetAPP1();
+        break;
+      default:
+        kau::Throw(kSiteUnknownMarker);
+    }
+    d->unreadMarker = 0;
+  }
+}
+
+}  // namespace kjd
