@@ -1,0 +1,210 @@
+// The baseline JPEG encoder object. One encoder lives for one call of
+// EncodeJPG; every buffer it uses comes from its own heap.
+#ifndef KJ_E_KJ_E_H
+#define KJ_E_KJ_E_H
+
+#include <cstdint>
+
+#include "kau/kau.h"
+#include "kiu/kiu.h"
+#include "kiu/mmstream.h"
+
+namespace kje {
+
+constexpr kau::Site kSiteFlushShortWrite{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 104};
+constexpr kau::Site kSiteNoHuffmanCode{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 110};
+
+// One 8x8 block of coefficients (or level-shifted samples) in natural order.
+struct Block {
+  int32_t coef[64];
+};
+
+struct QuantizationTable {
+  uint16_t values[64];  // natural order
+  unsigned char written;
+};
+
+struct HuffmanTable {
+  unsigned char bits[17];  // bits[l]: number of codes of length l; bits[0] unused
+  unsigned char values[256];
+  unsigned char written;
+};
+
+struct DerivedTable {
+  uint32_t code[256];
+  unsigned char length[256];  // 0: the symbol has no code
+};
+
+class Encoder;
+using DownsampleRoutine = void (Encoder::*)(struct Component*);
+
+struct Component {
+  unsigned char** rowGroup;   // vmax row pointers (then the rows, for packed input)
+  unsigned char** blockRows;  // v * 8 row pointers, then the rows
+  uint32_t inputWidth;        // samples per row coming in
+  uint32_t paddedWidth;       // widthInBlocks * 8
+  uint32_t planeStride;       // planar input only
+  unsigned char* planeRow;    // planar input only
+  int id;
+  int h;
+  int v;
+  int quantTable;
+  int dcTable;
+  int acTable;
+  uint32_t widthInBlocks;
+  uint32_t heightInBlocks;
+  uint32_t mcuWidth;        // blocks, = h
+  uint32_t mcuHeight;       // blocks, = v
+  uint32_t mcuSampleWidth;  // h * 8
+  uint32_t lastColumnBlocks;
+  uint32_t lastRowBlocks;
+  DownsampleRoutine downsample;
+};
+
+// Zigzag position to natural (row-major) index.
+inline constexpr int kNaturalOrder[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                          12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                          35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                          58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
+class Encoder {
+ public:
+  static constexpr uint32_t kOutputBufferSize = 4096;
+  static constexpr int kMaxBlocksInMcu = 12;
+
+  Encoder(unsigned long width, unsigned long height, int quality, kiu::Format inputFormat,
+          kiu::Format outputFormat);
+  ~Encoder() = default;
+  Encoder(const Encoder&) = delete;
+  Encoder& operator=(const Encoder&) = delete;
+
+  // Writes the whole file for the picture at `data` to `out`.
+  void Encode(unsigned char* data, MMStream* out);
+
+  // Sampling (kj.esample).
+  void Sampler_Start();
+  void Sampler_FillOutRows();
+  void Sampler_ConvertRGB(const unsigned char* in);
+  void Sampler_ConvertRGBtoYCbCr(const unsigned char* in);
+  void Sampler_PointAtPlanes(const unsigned char* in);
+  void Sampler_RowGroupDone();
+  void Downsample_FullSize(Component* component);
+  void Downsample_AsTheyStand(Component* component);
+  void Downsample_H2V1(Component* component);
+  void Downsample_H2V2(Component* component);
+
+  // Forward DCT and quantisation (kj.efdct).
+  void Fdct_Start(int quality);
+  void Fdct_AddQuantizationTable(int number, const unsigned long* base, int scale);
+  void Fdct_DoBlocks(Component* component, unsigned char** rows, Block* out, unsigned long firstRow,
+                     unsigned long firstColumn, unsigned long count);
+  void Fdct_DoFast0(int* block);
+  void Fdct_DoSlow0(int* block);
+
+  // Entropy coding (kj.ehuff).
+  void Huff_AddTable(HuffmanTable*& table, const unsigned char* bits, const unsigned char* values);
+  void Huff_MakeDerivedTable(bool isDC, int number, DerivedTable*& derived);
+  void Huff_StartPass();
+  void Huff_EncodeMcu(Block** blocks);
+  void EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac);
+  void Huff_FinishPass();
+
+  // Marker writer (kj.emarkers).
+  void Markers_OutImageHeader();
+  void Markers_OutImageTrailer();
+  void EmitMarker(int code);
+  void EmitInt16(int value);
+  void EmitJfifApp0();
+  void EmitAdobeApp14();
+  int EmitDQT(int number);  // returns the precision used: 0 (8-bit) or 1 (16-bit)
+  void EmitSOF(int code);
+  void EmitDHT(int number, bool isAC);
+  void EmitSOS();
+
+  // Stores one byte in the output buffer, passing the buffer on when full.
+  void EmitByte(unsigned char byte) {
+    *outNext_++ = byte;
+    if (outNext_ == outEnd_) FlushOutput();
+  }
+  void FlushOutput() {
+    if (MMStreamPut(stream_, outBuffer_, kOutputBufferSize) != kOutputBufferSize)
+      kau::Throw(kSiteFlushShortWrite);
+    outNext_ = outBuffer_;
+  }
+  // Emits the Huffman code of `symbol`; a symbol without a code cannot be written.
+  void EmitSymbol(const DerivedTable* table, int symbol) {
+    int size = table->length[symbol];
+    if (size == 0) kau::Throw(kSiteNoHuffmanCode);
+    EmitBits(table->code[symbol], size);
+  }
+  // Adds `size` (1..16) bits of `bits` to the bit buffer and stores every
+  // whole byte, each 0xFF followed by a stuffed 0x00.
+  void EmitBits(uint32_t bits, int size) {
+    bitBuffer_ |= (bits & ((1u << size) - 1)) << (24 - (bitCount_ + size));
+    bitCount_ += size;
+    while (bitCount_ >= 8) {
+      unsigned char byte = static_cast<unsigned char>(bitBuffer_ >> 16);
+      EmitByte(byte);
+      if (byte == 0xFF) EmitByte(0);
+      bitBuffer_ <<= 8;
+      bitCount_ -= 8;
+    }
+  }
+
+  kau::mem::Heap heap_;
+
+  unsigned char* outBuffer_ = nullptr;
+  unsigned char* outNext_ = nullptr;
+  unsigned char* outEnd_ = nullptr;
+  MMStream* stream_ = nullptr;
+
+  uint32_t width_ = 0;
+  uint32_t height_ = 0;
+  uint32_t paddedWidth_ = 0;
+  uint32_t paddedHeight_ = 0;
+  kiu::Format inputFormat_;
+  kiu::Format outputFormat_;
+  void (Encoder::*fdct_)(int*) = nullptr;
+  int hmax_ = 1;
+  int vmax_ = 1;
+
+  int mcuBlockComponent_[kMaxBlocksInMcu] = {};
+  int blocksInMcu_ = 0;
+
+  void (Encoder::*convert_)(const unsigned char*) = nullptr;
+  void (Encoder::*rowGroupRoutine_)() = nullptr;
+  const unsigned char* input_ = nullptr;
+  uint32_t inputRowBytes_ = 0;
+  uint32_t rowsRead_ = 0;
+  int rowsInGroup_ = 0;
+  int groupsDone_ = 0;
+
+  uint32_t mcuRow_ = 0;
+  uint32_t mcuColumn_ = 0;
+  uint32_t lastMcuRow_ = 0;
+  uint32_t lastMcuColumn_ = 0;
+
+  bool writeJfif_ = false;
+  bool writeAdobe_ = false;
+
+  Component components_[3] = {};
+  Component* componentsEnd_ = components_;
+  Block* mcuBlocks_ = nullptr;  // kMaxBlocksInMcu blocks
+
+  // Quantisation.
+  QuantizationTable* quantTables_[4] = {};
+  int32_t* divisors_[4] = {};
+
+  // Entropy coding.
+  HuffmanTable* dcTables_[4] = {};
+  HuffmanTable* acTables_[4] = {};
+  DerivedTable* dcDerived_[4] = {};
+  DerivedTable* acDerived_[4] = {};
+  int lastDc_[3] = {};
+  uint32_t bitBuffer_ = 0;
+  int bitCount_ = 0;
+};
+
+}  // namespace kje
+
+#endif  // KJ_E_KJ_E_H
