@@ -162,7 +162,7 @@ TEST(Memory, PrimitivesKeepTheirQuirks) {
     const char *s, *suffix;
     int expected;
   } ends[] = {{"PHOTO.JPG", ".jpg", 1}, {"photo.jpg", ".JPG", 1}, {"a.jpg", "xa.jpg", 0},
-              {"abc", "", 1},           {nullptr, "", 0},       {"\xe9", "\xc9", 0}};
+              {"abc", "", 1},           {nullptr, "", 0},         {"\xe9", "\xc9", 0}};
   for (auto& e : ends) EXPECT_EQ(kau::mem::StrEndsWith(e.s, e.suffix), e.expected);
 
   EXPECT_EQ(kau::mem::AtStr("hello", "ell"), nullptr);
@@ -216,10 +216,19 @@ TEST(Guards, DetectThirtyTwoBitOverflowAtTheirSites) {
     bool roundUp;
     long long expected;  // -1: throws
   } cases[] = {
-      {10, 3, false, 4},          {0, 7, false, 0},          {9, 0, false, -1},
-      {0xFFFFFFFFu, 1, false, 0xFFFFFFFFll}, {0xFFFFFFFFu, 2, false, -1}, {0xFFFFFFF8u, 8, false, 0x1FFFFFFFll}, {0xFFFFFFF9u, 8, false, -1},
-      {10, 4, true, 12},          {0, 4, true, 0},           {7, 0, true, -1},
-      {4294967292u, 4, true, 4294967292ll},  {4294967293u, 4, true, -1},  {4294967295u, 2, true, -1},
+      {10, 3, false, 4},
+      {0, 7, false, 0},
+      {9, 0, false, -1},
+      {0xFFFFFFFFu, 1, false, 0xFFFFFFFFll},
+      {0xFFFFFFFFu, 2, false, -1},
+      {0xFFFFFFF8u, 8, false, 0x1FFFFFFFll},
+      {0xFFFFFFF9u, 8, false, -1},
+      {10, 4, true, 12},
+      {0, 4, true, 0},
+      {7, 0, true, -1},
+      {4294967292u, 4, true, 4294967292ll},
+      {4294967293u, 4, true, -1},
+      {4294967295u, 2, true, -1},
   };
   for (auto& c : cases) {
     if (c.expected >= 0) {

@@ -224,9 +224,15 @@ TEST(Streams, SeekTableForByteAndPageArrayStreams) {
     MMStreamSeekFrom from;
     long expected;
   } cases[] = {
-      {-3, MMStreamSeekFromEnd, 7},     {-30, MMStreamSeekFromEnd, 0},   {5, MMStreamSeekFromEnd, 10},
-      {-3, MMStreamSeekFromCurrent, 1}, {-9, MMStreamSeekFromCurrent, 0}, {3, MMStreamSeekFromCurrent, 7},
-      {9, MMStreamSeekFromCurrent, 10}, {6, MMStreamSeekFromStart, 6},   {60, MMStreamSeekFromStart, 10},
+      {-3, MMStreamSeekFromEnd, 7},
+      {-30, MMStreamSeekFromEnd, 0},
+      {5, MMStreamSeekFromEnd, 10},
+      {-3, MMStreamSeekFromCurrent, 1},
+      {-9, MMStreamSeekFromCurrent, 0},
+      {3, MMStreamSeekFromCurrent, 7},
+      {9, MMStreamSeekFromCurrent, 10},
+      {6, MMStreamSeekFromStart, 6},
+      {60, MMStreamSeekFromStart, 10},
       {-2, MMStreamSeekFromStart, -2},  // no lower clamp, kept on purpose
       {0, static_cast<MMStreamSeekFrom>(7), -999},
   };

@@ -273,8 +273,7 @@ void SwapBytes(unsigned char* a, unsigned char* b, unsigned long width) {
 
 }  // namespace
 
-void Sort(void* base, unsigned long count, unsigned long width,
-          int (*compare)(const void*, const void*)) {
+void Sort(void* base, unsigned long count, unsigned long width, int (*compare)(const void*, const void*)) {
   if (base == nullptr || count < 2 || width == 0 || compare == nullptr) return;
   auto* data = static_cast<unsigned char*>(base);
   auto at = [&](unsigned long i) { return data + i * width; };

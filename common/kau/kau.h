@@ -62,8 +62,7 @@ inline uint32_t RoundUp(uint32_t a, uint32_t m) {
 }
 
 // In-place quicksort with an explicit stack; ascending by `compare`.
-void Sort(void* base, unsigned long count, unsigned long width,
-                  int (*compare)(const void*, const void*));
+void Sort(void* base, unsigned long count, unsigned long width, int (*compare)(const void*, const void*));
 
 namespace mem {
 

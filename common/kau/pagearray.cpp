@@ -87,8 +87,7 @@ void PageArray::PushBytes(const unsigned char* bytes, unsigned long count) {
   bytesInLastPage_ = static_cast<uint32_t>(count);
 }
 
-unsigned long PageArray::GetBytes(unsigned char* buffer, unsigned long count,
-                                  unsigned long offset) const {
+unsigned long PageArray::GetBytes(unsigned char* buffer, unsigned long count, unsigned long offset) const {
   uint32_t total = ByteCount();
   if (pageCount_ == 0 || buffer == nullptr || count == 0 || offset >= total) return 0;
   unsigned long n = count < total - offset ? count : total - offset;

@@ -27,9 +27,7 @@ class PageArray {
   uint32_t PageCount() const { return pageCount_; }
   uint32_t PageSlots() const { return pageSlots_; }
   uint32_t BytesInLastPage() const { return bytesInLastPage_; }
-  uint32_t ByteCount() const {
-    return pageCount_ == 0 ? 0 : pageSize_ * (pageCount_ - 1) + bytesInLastPage_;
-  }
+  uint32_t ByteCount() const { return pageCount_ == 0 ? 0 : pageSize_ * (pageCount_ - 1) + bytesInLastPage_; }
 
  private:
   uint32_t pageSlots_ = 0;

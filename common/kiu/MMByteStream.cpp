@@ -44,8 +44,8 @@ int MMByteStream::Seek(long offset, MMStreamSeekFrom from) {
   if (start_ == nullptr || !MMSeekTarget(size_, size_ - remaining_, offset, from, &target)) return 0;
   // A negative offset from the start is kept as it is; Get and Put then see
   // a position outside the buffer and move nothing.
-  position_ = reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(start_) +
-                                               static_cast<uintptr_t>(target));
+  position_ =
+      reinterpret_cast<unsigned char*>(reinterpret_cast<uintptr_t>(start_) + static_cast<uintptr_t>(target));
   remaining_ = size_ - static_cast<uint32_t>(target);
   return 1;
 }

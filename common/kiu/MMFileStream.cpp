@@ -56,10 +56,17 @@ int MMFileStream::Seek(long offset, MMStreamSeekFrom from) {
   if (file_ == nullptr) return 0;
   int origin;
   switch (from) {
-    case MMStreamSeekFromEnd: origin = SEEK_END; break;
-    case MMStreamSeekFromCurrent: origin = SEEK_CUR; break;
-    case MMStreamSeekFromStart: origin = SEEK_SET; break;
-    default: return 0;
+    case MMStreamSeekFromEnd:
+      origin = SEEK_END;
+      break;
+    case MMStreamSeekFromCurrent:
+      origin = SEEK_CUR;
+      break;
+    case MMStreamSeekFromStart:
+      origin = SEEK_SET;
+      break;
+    default:
+      return 0;
   }
   return std::fseek(file_, offset, origin) == 0 ? 1 : 0;
 }

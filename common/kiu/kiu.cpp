@@ -1,5 +1,7 @@
 #include "kiu.h"
 
+#include "../kau/kau.h"
+
 namespace kiu {
 namespace {
 
@@ -48,12 +50,258 @@ void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned c
   y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
 }
 
-void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
-                     unsigned char& u, unsigned char& v) {
+void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y, unsigned char& u,
+                     unsigned char& v) {
   const ColorTables& t = colorTables;
   y = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
   u = static_cast<unsigned char>((t.rToCb[r] + t.gToCb[g] + t.bToCb[b]) >> 16);
   v = static_cast<unsigned char>((t.bToCb[r] + t.gToCr[g] + t.bToCr[b]) >> 16);
+}
+
+namespace {
+
+// Y, Cb, Cr to R, G, B; the sums stay within the clamp table's range.
+inline void YccToRgb(int y, int cb, int cr, unsigned char* out) {
+  const ColorTables& t = colorTables;
+  const unsigned char* clamp = ubyteRangeLimit;
+  out[0] = clamp[y + t.byCr[cr][0]];
+  out[1] = clamp[y + ((t.byCb[cb][1] + t.byCr[cr][1]) >> 16)];
+  out[2] = clamp[y + t.byCb[cb][0]];
+}
+
+// 255 - (R, G, B) of Y, Cb, Cr, scaled by k / 255.
+inline void YcckToRgb(int y, int cb, int cr, int k, unsigned char* out) {
+  const ColorTables& t = colorTables;
+  const unsigned char* clamp = ubyteRangeLimit;
+  out[0] = static_cast<unsigned char>(k * clamp[255 - (y + t.byCr[cr][0])] / 255);
+  out[1] = static_cast<unsigned char>(k * clamp[255 - (y + ((t.byCb[cb][1] + t.byCr[cr][1]) >> 16))] / 255);
+  out[2] = static_cast<unsigned char>(k * clamp[255 - (y + t.byCb[cb][0])] / 255);
+}
+
+inline void Yuv(unsigned char y, unsigned char u, unsigned char v, unsigned char* out) {
+  out[0] = y;
+  out[1] = u;
+  out[2] = v;
+}
+
+// One row of pixels pairwise sharing a chroma sample.
+inline void Yuv211Row(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                      const unsigned char* cr, unsigned char* out) {
+  uint32_t pairs = count / 2;
+  for (uint32_t i = 0; i < pairs; ++i, out += 6) {
+    Yuv(y[2 * i], cb[i], cr[i], out);
+    Yuv(y[2 * i + 1], cb[i], cr[i], out + 3);
+  }
+  if (count & 1) Yuv(y[count - 1], cb[pairs], cr[pairs], out);
+}
+
+inline void Rgba211Row(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                       const unsigned char* cr, unsigned char alpha, unsigned char* out) {
+  uint32_t pairs = count / 2;
+  for (uint32_t i = 0; i < pairs; ++i, out += 8) {
+    YccToRgb(y[2 * i], cb[i], cr[i], out);
+    out[3] = alpha;
+    YccToRgb(y[2 * i + 1], cb[i], cr[i], out + 4);
+    out[7] = alpha;
+  }
+  if (count & 1) {
+    YccToRgb(y[count - 1], cb[pairs], cr[pairs], out);
+    out[3] = alpha;
+  }
+}
+
+}  // namespace
+
+void ConvertRGBtoYUV(unsigned long count, const unsigned char* input, unsigned char* output) {
+  const ColorTables& t = colorTables;
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, input += 4, output += 3) {
+    unsigned char r = input[0], g = input[1], b = input[2];
+    output[0] = static_cast<unsigned char>((t.rToY[r] + t.gToY[g] + t.bToY[b]) >> 16);
+    output[1] = static_cast<unsigned char>((t.rToCb[r] + t.gToCb[g] + t.bToCb[b]) >> 16);
+    output[2] = static_cast<unsigned char>((t.bToCb[r] + t.gToCr[g] + t.bToCr[b]) >> 16);
+  }
+}
+
+void ConvertGrayToYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                      unsigned char* output) {
+  const unsigned char* g = planes[0][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 3) {
+    ConvertRGBtoYUV(g[i], g[i], g[i], output[0], output[1], output[2]);
+  }
+}
+
+void ConvertYUVtoYUV(unsigned long count, unsigned char*** planes, unsigned long row, unsigned char* output) {
+  const unsigned char* y = planes[0][row];
+  const unsigned char* cb = planes[1][row];
+  const unsigned char* cr = planes[2][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 3)
+    Yuv(y[i], cb[i], cr[i], output);
+}
+
+void ConvertYUV211toYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                        unsigned char* output) {
+  Yuv211Row(static_cast<uint32_t>(count), planes[0][row], planes[1][row], planes[2][row], output);
+}
+
+void ConvertYUV420toYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                        unsigned char* output) {
+  Yuv211Row(static_cast<uint32_t>(count), planes[0][row], planes[1][row], planes[2][row], output);
+}
+
+void ConvertYUV420toYUV2(unsigned long count, unsigned char*** planes, unsigned long row,
+                         unsigned char* output) {
+  uint32_t n = static_cast<uint32_t>(count);
+  Yuv211Row(n, planes[0][row], planes[1][row], planes[2][row], output);
+  Yuv211Row(n, planes[0][row + 1], planes[1][row], planes[2][row], output + 3 * n);
+}
+
+void ConvertCMYKtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                      unsigned char* output) {
+  const unsigned char* c = planes[0][row];
+  const unsigned char* m = planes[1][row];
+  const unsigned char* y = planes[2][row];
+  const unsigned char* k = planes[3][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4) {
+    uint32_t w = 255u - k[i];
+    output[0] = static_cast<unsigned char>((((255u - c[i]) * w) & 0xFFu) / 255u);
+    output[1] = static_cast<unsigned char>((((255u - m[i]) * w) & 0xFFu) / 255u);
+    output[2] = static_cast<unsigned char>((((255u - y[i]) * w) & 0xFFu) / 255u);
+  }
+}
+
+void ConvertYCCKtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                      unsigned char* output) {
+  const unsigned char* y = planes[0][row];
+  const unsigned char* cb = planes[1][row];
+  const unsigned char* cr = planes[2][row];
+  const unsigned char* k = planes[3][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4) {
+    YcckToRgb(y[i], cb[i], cr[i], k[i], output);
+  }
+}
+
+void ConvertYUVtoRGB(unsigned long count, unsigned char*** planes, unsigned long row, unsigned char* output) {
+  const unsigned char* y = planes[0][row];
+  const unsigned char* cb = planes[1][row];
+  const unsigned char* cr = planes[2][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4) {
+    YccToRgb(y[i], cb[i], cr[i], output);
+  }
+}
+
+void ConvertYUVtoRGB(unsigned long count, const unsigned char* input, unsigned char* output) {
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, input += 3, output += 4) {
+    YccToRgb(input[0], input[1], input[2], output);
+  }
+}
+
+void ConvertRGBtoRGB(unsigned long count, unsigned char*** planes, unsigned long row, unsigned char* output) {
+  const unsigned char* r = planes[0][row];
+  const unsigned char* g = planes[1][row];
+  const unsigned char* b = planes[2][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4)
+    Yuv(r[i], g[i], b[i], output);
+}
+
+void ConvertGrayToRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                      unsigned char* output) {
+  const unsigned char* g = planes[0][row];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4)
+    Yuv(g[i], g[i], g[i], output);
+}
+
+void ConvertYUV111toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                         unsigned char* output) {
+  const unsigned char* y = planes[0][0];
+  const unsigned char* cb = planes[1][0];
+  const unsigned char* cr = planes[2][0];
+  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4) {
+    YccToRgb(y[i], cb[i], cr[i], output);
+    output[3] = alpha;
+  }
+}
+
+void ConvertYUV211toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                         unsigned char* output) {
+  Rgba211Row(static_cast<uint32_t>(count), planes[0][0], planes[1][0], planes[2][0], alpha, output);
+}
+
+void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                         unsigned char* output) {
+  Rgba211Row(static_cast<uint32_t>(count), planes[0][0], planes[1][0], planes[2][0], alpha, output);
+}
+
+void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                          unsigned char* output) {
+  uint32_t n = static_cast<uint32_t>(count);
+  Rgba211Row(n, planes[0][0], planes[1][0], planes[2][0], alpha, output);
+  Rgba211Row(n, planes[0][1], planes[1][0], planes[2][0], alpha, output + 4 * n);
+}
+
+namespace {
+
+constexpr const char* kSource = "common/kiu/kiu";
+
+struct NamedFormat {
+  char name[5];
+  Format code;
+};
+
+constexpr NamedFormat kThreeLetter[] = {
+    {"bgr", FormatBGR}, {"rgb", FormatRGB}, {"yuv", FormatYUV}, {"yvu", FormatYVU},
+    {"uvy", FormatUVY}, {"uyv", FormatUYV}, {"vuy", FormatVUY}, {"vyu", FormatVYU},
+};
+
+// The filler orders take the codes 32 to 55 in this order.
+constexpr const char kFillerOrders[24][5] = {
+    "yzuv", "yzvu", "yuvz", "yuzv", "yvuz", "yvzu", "zyuv", "zyvu", "zuvy", "zuyv", "zvuy", "zvyu",
+    "uyzv", "uyvz", "uzvy", "uzyv", "uvzy", "uvyz", "vyuz", "vyzu", "vuzy", "vuyz", "vzuy", "vzyu",
+};
+
+constexpr NamedFormat kFourLetter[] = {
+    {"abgr", FormatABGR}, {"argb", FormatARGB}, {"bgra", FormatBGRA}, {"rgba", FormatRGBA},
+    {"i420", FormatI420}, {"cmyk", FormatCMYK}, {"ycck", FormatYCCK},
+};
+
+inline char Fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool Same(const char* folded, const char* name, int length) {
+  for (int i = 0; i < length; ++i) {
+    if (folded[i] != name[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+Format ColorSpaceFrom(const char* name) {
+  constexpr kau::Site kSiteNullName{kSource, 9};
+  constexpr kau::Site kSiteTooLong{kSource, 11};
+  constexpr kau::Site kSiteUnknownThree{kSource, 26};
+  constexpr kau::Site kSiteUnknownFour{kSource, 64};
+  if (name == nullptr) kau::Throw(kSiteNullName);
+  // Never read past the terminator: shorter names are three-letter names
+  // that match nothing.
+  char folded[4] = {};
+  int length = 0;
+  while (length < 5 && name[length] != 0) {
+    if (length == 4) kau::Throw(kSiteTooLong);
+    folded[length] = Fold(name[length]);
+    ++length;
+  }
+  if (length == 4) {
+    for (const NamedFormat& f : kFourLetter) {
+      if (Same(folded, f.name, 4)) return f.code;
+    }
+    for (int i = 0; i < 24; ++i) {
+      if (Same(folded, kFillerOrders[i], 4)) return static_cast<Format>(FormatYZUV + i);
+    }
+    kau::Throw(kSiteUnknownFour);
+  }
+  for (const NamedFormat& f : kThreeLetter) {
+    if (Same(folded, f.name, 3)) return f.code;
+  }
+  kau::Throw(kSiteUnknownThree);
 }
 
 }  // namespace kiu

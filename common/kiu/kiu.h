@@ -1,5 +1,6 @@
 // Image utilities: pixel formats, the colour tables and the shared sample
-// range-limit table. Converters and scaling are declared here as they land.
+// range-limit table, per-pixel and row colour converters, format names.
+// Scaling lives in kiuscale.h.
 #ifndef KIU_KIU_H
 #define KIU_KIU_H
 
@@ -55,12 +56,62 @@ extern const ColorTables colorTables;
 
 // Pointer to byte 256 of the 1408-byte clamp table (followed by its "built"
 // flag byte): valid indices are -256 to 1151.
-constexpr int kRangeLimitBytes = 1408; extern const unsigned char* const ubyteRangeLimit;
+constexpr int kRangeLimitBytes = 1408;
+extern const unsigned char* const ubyteRangeLimit;
 
 // Per-pixel RGB to YCbCr; the tables keep every result within 0..255.
 KEL_API void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y);
 KEL_API void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
                              unsigned char& u, unsigned char& v);
+
+// Row converters. `planes[c][row]` is the row of component c (Y, Cb, Cr, K;
+// or R, G, B; or C, M, Y, K). Subsampled forms read chroma at x / 2. The
+// "toRGB" forms step 4 bytes per pixel and leave the fourth byte untouched.
+
+// Packed 4-byte R, G, B, x pixels to 3-byte Y, U, V pixels.
+KEL_API void ConvertRGBtoYUV(unsigned long count, const unsigned char* input, unsigned char* output);
+KEL_API void ConvertGrayToYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                              unsigned char* output);
+KEL_API void ConvertYUVtoYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                             unsigned char* output);
+KEL_API void ConvertYUV211toYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                                unsigned char* output);
+KEL_API void ConvertYUV420toYUV(unsigned long count, unsigned char*** planes, unsigned long row,
+                                unsigned char* output);
+// Two output rows from luma rows `row` and `row` + 1 and chroma row `row`;
+// the second row starts count * 3 bytes after the first.
+KEL_API void ConvertYUV420toYUV2(unsigned long count, unsigned char*** planes, unsigned long row,
+                                 unsigned char* output);
+// Keeps only the low 8 bits of each product before dividing by 255, so real
+// CMYK pictures come out black. Callers rely on this exact result.
+KEL_API void ConvertCMYKtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                              unsigned char* output);
+KEL_API void ConvertYCCKtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                              unsigned char* output);
+KEL_API void ConvertYUVtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                             unsigned char* output);
+// Packed 3-byte Y, Cb, Cr pixels to 4-byte pixels.
+KEL_API void ConvertYUVtoRGB(unsigned long count, const unsigned char* input, unsigned char* output);
+KEL_API void ConvertRGBtoRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                             unsigned char* output);
+KEL_API void ConvertGrayToRGB(unsigned long count, unsigned char*** planes, unsigned long row,
+                              unsigned char* output);
+
+// RGBA forms read row 0 of each plane and write R, G, B, alpha.
+KEL_API void ConvertYUV111toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                                 unsigned char* output);
+KEL_API void ConvertYUV211toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                                 unsigned char* output);
+KEL_API void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                                 unsigned char* output);
+// Luma rows 0 and 1 share chroma row 0; the second output row starts
+// count * 4 bytes after the first.
+KEL_API void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
+                                  unsigned char* output);
+
+// Format code of a three- or four-letter name, case-insensitive; throws on
+// a null, longer or unknown name.
+KEL_API Format ColorSpaceFrom(const char* name);
 
 }  // namespace kiu
 

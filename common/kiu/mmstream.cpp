@@ -178,8 +178,7 @@ MMAttri* MMStream::AttriPut(const char* id, MMAttriTag tag) {
   return PutAttri(&record, 1) == 1 ? AttriGet(id) : nullptr;
 }
 
-bool MMSeekTarget(uint32_t size, uint32_t position, long offset, MMStreamSeekFrom from,
-                  int64_t* target) {
+bool MMSeekTarget(uint32_t size, uint32_t position, long offset, MMStreamSeekFrom from, int64_t* target) {
   int64_t off = offset, end = size, at = position;
   switch (from) {
     case MMStreamSeekFromEnd:

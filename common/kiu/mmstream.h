@@ -84,8 +84,7 @@ class MMStream {
 // Seeking rule shared by the byte and page-array streams; false for an
 // unknown origin. A negative offset from the start is not clamped, on purpose,
 // so *target may be negative.
-bool MMSeekTarget(uint32_t size, uint32_t position, long offset, MMStreamSeekFrom from,
-                  int64_t* target);
+bool MMSeekTarget(uint32_t size, uint32_t position, long offset, MMStreamSeekFrom from, int64_t* target);
 
 // Record builders: fill *record and return it, or null.
 KEL_API MMAttri* MMAttriFromAny(MMAttri* record, const char* id, void* value, int length);

@@ -37,9 +37,7 @@ int Run(const std::string& command) {
   return rc == -1 ? -1 : WEXITSTATUS(rc);
 }
 
-bool HaveTool(const std::string& tool) {
-  return Run("command -v " + tool + " >/dev/null 2>&1") == 0;
-}
+bool HaveTool(const std::string& tool) { return Run("command -v " + tool + " >/dev/null 2>&1") == 0; }
 
 Bytes PhotoLike(int width, int height, int channels, uint32_t seed) {
   Bytes out(static_cast<size_t>(width) * height * channels);
@@ -61,8 +59,9 @@ Bytes PhotoLike(int width, int height, int channels, uint32_t seed) {
         if (dx * dx + dy * dy < 0.04) v = 40 + 60 * c;
         if ((x / 5 + c) % 7 == 0 && y > height / 2) v = 235 - 30 * c;
         int iv = static_cast<int>(v) + noise();
-        out[(static_cast<size_t>(y) * width + x) * channels + c] =
-            static_cast<uint8_t>(iv < 0 ? 0 : iv > 255 ? 255 : iv);
+        out[(static_cast<size_t>(y) * width + x) * channels + c] = static_cast<uint8_t>(iv < 0     ? 0
+                                                                                        : iv > 255 ? 255
+                                                                                                   : iv);
       }
     }
   }

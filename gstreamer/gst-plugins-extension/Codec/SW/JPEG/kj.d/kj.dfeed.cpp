@@ -1,0 +1,149 @@
+#include "kj.d/kj.dfeed.h"
+
+#include "kau/kau.h"
+
+namespace kjd {
+namespace {
+
+// The feeding object reports under the input module's source name.
+constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.dinput";
+constexpr kau::Site kSiteNoMarkerData{kSource, 82};
+constexpr kau::Site kSiteNoFillData{kSource, 85};
+constexpr kau::Site kSiteIsValidCatch{kSource, 740};
+constexpr kau::Site kSitePushBadArgs{kSource, 746};
+constexpr kau::Site kSitePushShortWrite{kSource, 747};
+constexpr kau::Site kSiteResetNoStream{kSource, 826};
+constexpr kau::Site kSiteResetTell{kSource, 827};
+constexpr kau::Site kSiteResetBeyond{kSource, 828};
+constexpr kau::Site kSiteResetSeek{kSource, 836};
+constexpr kau::Site kSiteResetAlloc{kSource, 837};
+constexpr kau::Site kSiteResetRead{kSource, 838};
+constexpr kau::Site kSiteResetCatch{kSource, 841};
+
+enum : int32_t { kLengthHigh = 0, kLengthLow = 1, kScanning = 2 };
+
+// Markers followed by a length field: SOFn with DHT and DAC (not JPG 0xC8),
+// SOS, DQT, DRI, DHP, APPn and COM.
+inline bool HasLength(unsigned char code) {
+  return (code >= 0xC0 && code <= 0xCF && code != 0xC8) || code == 0xDA || code == 0xDB || code == 0xDD ||
+         code == 0xDE || (code >= 0xE0 && code <= 0xEF) || code == 0xFE;
+}
+
+// Reads the next marker code: scans to 0xFF, skips fill bytes; a 0x00 code
+// (stuffing) continues the scan.
+unsigned char ReadMarker(MMStream* stream) {
+  unsigned char b = 0;
+  for (;;) {
+    do {
+      if (MMStreamGet(stream, &b, 1) != 1) kau::Throw(kSiteNoMarkerData);
+    } while (b != 0xFF);
+    do {
+      if (MMStreamGet(stream, &b, 1) != 1) kau::Throw(kSiteNoFillData);
+    } while (b == 0xFF);
+    if (b != 0x00) return b;
+  }
+}
+
+}  // namespace
+
+MMStream* Input::Construct() {
+  stream_ = nullptr;
+  lastByte_ = 0;
+  toSkip_ = 0;
+  state_ = kScanning;
+  endOfImage_ = 0;
+  // The data attribute only selects the page-array stream; it is never read.
+  static const unsigned char kUnused = 0;
+  MMAttri records[2];
+  MMAttriFromAny(&records[0], mmIdData, const_cast<unsigned char*>(&kUnused), 1);
+  MMAttriFromU32(&records[1], mmIdPageSize, kPageSize);
+  MMStream* stream = MMStreamNew(records, 2);
+  if (stream != nullptr && MMStreamReady(stream) == 0) MMStreamDelete(&stream);
+  stream_ = stream;
+  return stream_;
+}
+
+void Input::Destruct() { MMStreamDelete(&stream_); }
+
+void Input::ResetStream() {
+  Destruct();
+  Construct();
+}
+
+int Input::Push(const void* data, unsigned long size) {
+  if (data == nullptr || stream_ == nullptr || size == 0) kau::Throw(kSitePushBadArgs);
+  if (size > UINT32_MAX || MMStreamPut(stream_, data, static_cast<unsigned int>(size)) != size) {
+    kau::Throw(kSitePushShortWrite);
+  }
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  for (uint32_t i = 0; i < size; ++i) {
+    unsigned char b = bytes[i];
+    switch (state_) {
+      case kLengthHigh:
+        toSkip_ = b;
+        state_ = kLengthLow;
+        break;
+      case kLengthLow:
+        toSkip_ = toSkip_ * 256 + b - 2;
+        state_ = kScanning;
+        break;
+      default:
+        if (toSkip_ > 0) {
+          --toSkip_;
+          lastByte_ = 0;
+        } else if (lastByte_ == 0xFF) {
+          lastByte_ = b;
+          if (HasLength(b)) {
+            state_ = kLengthHigh;
+          } else if (b == 0xD9) {
+            endOfImage_ += i + 1;
+            return 0;
+          }
+        } else {
+          lastByte_ = b;
+        }
+    }
+  }
+  endOfImage_ += static_cast<uint32_t>(size);
+  return 1;
+}
+
+void Input::ResetStreamWithDataAfterEOI() {
+  void* rest = nullptr;
+  try {
+    if (stream_ == nullptr) kau::Throw(kSiteResetNoStream);
+    unsigned long position = 0;
+    if (MMStreamTell(stream_, &position) == 0) kau::Throw(kSiteResetTell);
+    if (endOfImage_ > position) kau::Throw(kSiteResetBeyond);
+    auto count = static_cast<uint32_t>(position - endOfImage_);
+    if (count == 0) {
+      ResetStream();
+      return;
+    }
+    if (MMStreamSeek(stream_, static_cast<long>(endOfImage_), MMStreamSeekFromStart) == 0) {
+      kau::Throw(kSiteResetSeek);
+    }
+    rest = kau::mem::New(count);
+    if (rest == nullptr) kau::Throw(kSiteResetAlloc);
+    if (MMStreamGet(stream_, rest, count) < count) kau::Throw(kSiteResetRead);
+    ResetStream();
+    Push(rest, count);
+  } catch (...) {
+    kau::ReportCurrentException(kSiteResetCatch);
+  }
+  kau::mem::Delete(rest);
+}
+
+int Input::IsValid(MMStream* stream) {
+  if (stream == nullptr) return 0;
+  try {
+    if (ReadMarker(stream) != 0xD8) return 0;
+    unsigned char code = ReadMarker(stream);
+    return HasLength(code) && code != 0xDA ? 1 : code == 0xD9 ? 1 : 0;
+  } catch (...) {
+    kau::ReportCurrentException(kSiteIsValidCatch);
+    return 0;
+  }
+}
+
+}  // namespace kjd
