@@ -1,6 +1,3 @@
-// TEAM NOTE (temporary, do not commit this line): before writing any code read /work/brief-common.md
-// -- the owner's rules for this work (no mention of the spec in the project, kau::Site error
-// constants, peers as black boxes only, tests, git/worktree, 2 cores, sanitizers, report format).
 // Core utilities: the one error type, the diagnostic line, memory and string
 // primitives behind replaceable allocation hooks, the block heap, the sort and
 // the checked size guards.

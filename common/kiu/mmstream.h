@@ -1,6 +1,3 @@
-// TEAM NOTE (temporary, do not commit this line): before writing any code read /work/brief-common.md
-// -- the owner's rules for this work (no mention of the spec in the project, kau::Site error
-// constants, peers as black boxes only, tests, git/worktree, 2 cores, sanitizers, report format).
 // Stream framework: a byte source or sink carrying a small table of typed,
 // keyed attributes. Streams are chosen by their attributes through the stream
 // registry (MMStreamNew) and driven through the plain functions below.
