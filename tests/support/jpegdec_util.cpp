@@ -110,7 +110,7 @@ bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::str
 #endif
 }
 
-bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why) {
+bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why, bool cmyk) {
 #ifdef KEL_HAVE_TURBOJPEG
   tjhandle handle = tjInitDecompress();
   if (handle == nullptr) {
@@ -124,9 +124,11 @@ bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string
     *why = tjGetErrorStr2(handle);
     return false;
   }
-  rgb->assign(static_cast<size_t>(*width) * *height * 3, 0);
+  const int bytes = cmyk ? 4 : 3;
+  rgb->assign(static_cast<size_t>(*width) * *height * bytes, 0);
   if (tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), rgb->data(), *width,
-                    *width * 3, *height, TJPF_RGB, TJFLAG_ACCURATEDCT | TJFLAG_FASTUPSAMPLE) != 0) {
+                    *width * bytes, *height, cmyk ? TJPF_CMYK : TJPF_RGB,
+                    TJFLAG_ACCURATEDCT | TJFLAG_FASTUPSAMPLE) != 0) {
     *why = tjGetErrorStr2(handle);
     return false;
   }
@@ -136,6 +138,7 @@ bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string
   (void)rgb;
   (void)width;
   (void)height;
+  (void)cmyk;
   *why = "built without TurboJPEG";
   return false;
 #endif

@@ -34,9 +34,10 @@ std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale = 8, bool 
 bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::string* why);
 
 // The peer's pixels: tjDecompress2 to RGB with TJFLAG_ACCURATEDCT |
-// TJFLAG_FASTUPSAMPLE (chroma repeated, as ours). False when the peer is
-// not available or refuses the file.
-bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why);
+// TJFLAG_FASTUPSAMPLE (chroma repeated, as ours); with `cmyk` four bytes of
+// C, M, Y, K per pixel instead. False when the peer is not available or
+// refuses the file.
+bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why, bool cmyk = false);
 
 // The file without its APPn segments and with the frame's component ids
 // replaced by `ids` (as many as the frame has).
