@@ -297,8 +297,19 @@ TEST(DecoderErrors, BaseInputsDecode) {
                                                 .Sos({{1, 0x00}}, 1, 63, 0x01, Bytes{0x00})
                                                 .Sos({{1, 0x00}}, 1, 63, 0x10, Bytes{0x00})
                                                 .Eoi()
-                                                .b}) {
+                                                .b,
+                            // 18 blocks per MCU (4x4, 1x1, 1x1) is accepted; AC slot 3 is 0x13.
+                            Writer()
+                                .Soi()
+                                .Dqt()
+                                .Sof(0xC0, 32, 32, {{1, 0x44, 0}, {2, 0x11, 0}, {3, 0x11, 0}})
+                                .Dht(0x00, {1}, {0})
+                                .Dht(0x13, {1}, {0})
+                                .Sos({{1, 0x03}, {2, 0x03}, {3, 0x03}}, 0, 63, 0, Bytes(5, 0))
+                                .Eoi()
+                                .b}) {
     Row row{"good", "", 0, [good] { return good; }, nullptr, false};
+    SCOPED_TRACE(good.size());
     Result r = RunRow(row);
     EXPECT_EQ(r.file, "");
   }

@@ -103,7 +103,9 @@ unsigned char* Decoder::Input_Load(unsigned char* destination) {
     destination[n] = 0xFF;
     destination[n + 1] = 0x01;
     inputEnd = destination + n;
+    inputExhausted = 0;
   } else {
+    inputExhausted = 1;
     destination[0] = 0xFF;
     destination[1] = 0xD9;
     inputEnd = destination + 2;

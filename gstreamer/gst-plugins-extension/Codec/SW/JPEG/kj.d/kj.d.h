@@ -150,6 +150,14 @@ class Decoder : public kiu::Decoder {
   static int Input_ReadMarkers0(Decoder* d);
   void Input_ReadRestartMarker();
   void Input_StartScan();
+  // Before entropy-coded data is read: when the header reader has run into
+  // the closing (or synthetic) 0xFF 0xD9 and taken its 0xFF, step back so
+  // that the entropy reader meets the whole pair as a marker and never reads
+  // past it.
+  void Input_EnterEntropyData() {
+    if ((sourceStream == nullptr || inputExhausted) && inputPosition >= inputEnd - 2)
+      inputPosition = inputEnd - 3;
+  }
 
   // ---- Entropy decoding (kj.dhuff) ----
   void Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table);
@@ -238,6 +246,7 @@ class Decoder : public kiu::Decoder {
   const unsigned char* inputPosition = nullptr;
   unsigned char* inputBuffer = nullptr;
   MMStream* sourceStream = nullptr;
+  uint8_t inputExhausted = 0;  // stream input: the last load found no data
   uint32_t imageWidth = 0;
   uint32_t imageHeight = 0;
   uint32_t outputWidth = 0;

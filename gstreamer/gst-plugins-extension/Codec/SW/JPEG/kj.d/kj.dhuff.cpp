@@ -223,6 +223,7 @@ void Decoder::Huff_StartPass() {
     blockAcTable[b] = acDerived[c->acSlot];
   }
   decodeMcu = Huff_DecodeMCU0;
+  Input_EnterEntropyData();
   insufficientData = 0;
   restartsToGo = restartInterval;
   bitsLeft = 0;
@@ -263,6 +264,7 @@ void Decoder::Phuff_StartPass() {
     c->lastDc = 0;
   }
   for (int b = 0; b < blocksInMcu; ++b) blockDcTable[b] = progDerived[mcuMembership[b]->dcSlot & 3];
+  Input_EnterEntropyData();
   restartsToGo = restartInterval;
   eobRun = 0;
   bitsLeft = 0;
@@ -272,6 +274,7 @@ void Decoder::Phuff_StartPass() {
 
 void Decoder::Huff_RestartProcess() {
   Input_ReadRestartMarker();
+  Input_EnterEntropyData();
   for (int i = 0; i < componentsInScan; ++i) scanComponents[i]->lastDc = 0;
   restartsToGo = restartInterval;
   insufficientData = 0;
