@@ -68,8 +68,8 @@ bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::str
   }
   std::unique_ptr<void, int (*)(tjhandle)> guard(handle, tjDestroy);
   int width = 0, height = 0, subsamp = 0, colorspace = 0;
-  if (tjDecompressHeader3(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), &width,
-                          &height, &subsamp, &colorspace) != 0) {
+  if (tjDecompressHeader3(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), &width, &height,
+                          &subsamp, &colorspace) != 0) {
     *why = tjGetErrorStr2(handle);
     return false;
   }
@@ -82,8 +82,8 @@ bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::str
     buffers[i].resize(static_cast<size_t>(strides[i]) * tjPlaneHeight(i, height, subsamp));
     dst[i] = buffers[i].data();
   }
-  if (tjDecompressToYUVPlanes(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), dst,
-                              width, strides, height, TJFLAG_ACCURATEDCT) != 0) {
+  if (tjDecompressToYUVPlanes(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), dst, width,
+                              strides, height, TJFLAG_ACCURATEDCT) != 0) {
     *why = tjGetErrorStr2(handle);
     return false;
   }
@@ -108,6 +108,72 @@ bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::str
   *why = "built without TurboJPEG";
   return false;
 #endif
+}
+
+bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why, bool cmyk) {
+#ifdef KEL_HAVE_TURBOJPEG
+  tjhandle handle = tjInitDecompress();
+  if (handle == nullptr) {
+    *why = "tjInitDecompress failed";
+    return false;
+  }
+  std::unique_ptr<void, int (*)(tjhandle)> guard(handle, tjDestroy);
+  int subsamp = 0, colorspace = 0;
+  if (tjDecompressHeader3(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), width, height,
+                          &subsamp, &colorspace) != 0) {
+    *why = tjGetErrorStr2(handle);
+    return false;
+  }
+  const int bytes = cmyk ? 4 : 3;
+  rgb->assign(static_cast<size_t>(*width) * *height * bytes, 0);
+  if (tjDecompress2(handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), rgb->data(), *width,
+                    *width * bytes, *height, cmyk ? TJPF_CMYK : TJPF_RGB,
+                    TJFLAG_ACCURATEDCT | TJFLAG_FASTUPSAMPLE) != 0) {
+    *why = tjGetErrorStr2(handle);
+    return false;
+  }
+  return true;
+#else
+  (void)jpeg;
+  (void)rgb;
+  (void)width;
+  (void)height;
+  (void)cmyk;
+  *why = "built without TurboJPEG";
+  return false;
+#endif
+}
+
+Bytes RewriteMarkers(const Bytes& jpeg, const std::vector<int>& ids) {
+  Bytes out(jpeg.begin(), jpeg.begin() + 2);
+  int map[256];
+  for (int i = 0; i < 256; ++i) map[i] = i;
+  size_t at = 2;
+  while (at + 4 <= jpeg.size() && jpeg[at] == 0xFF && jpeg[at + 1] != 0xDA) {
+    const int code = jpeg[at + 1];
+    const size_t length = static_cast<size_t>(jpeg[at + 2]) << 8 | jpeg[at + 3];
+    if (code < 0xE0 || code > 0xEF) {
+      const size_t start = out.size();
+      out.insert(out.end(), jpeg.begin() + at, jpeg.begin() + at + 2 + length);
+      if (code >= 0xC0 && code <= 0xC2) {
+        for (size_t i = 0; i < ids.size(); ++i) {
+          map[out[start + 10 + 3 * i]] = ids[i];
+          out[start + 10 + 3 * i] = static_cast<uint8_t>(ids[i]);
+        }
+      }
+    }
+    at += 2 + length;
+  }
+  // Every SOS names its components by id; 0xFF 0xDA never occurs inside
+  // entropy-coded data (0xFF is stuffed there).
+  const size_t rest = out.size();
+  out.insert(out.end(), jpeg.begin() + at, jpeg.end());
+  for (size_t i = rest; i + 5 < out.size(); ++i) {
+    if (out[i] != 0xFF || out[i + 1] != 0xDA) continue;
+    for (int k = 0; k < out[i + 4] && i + 5 + 2 * k < out.size(); ++k)
+      out[i + 5 + 2 * k] = static_cast<uint8_t>(map[out[i + 5 + 2 * k]]);
+  }
+  return out;
 }
 
 ErrorSite DecodeError(const Bytes& jpeg) {

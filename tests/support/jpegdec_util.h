@@ -33,6 +33,16 @@ std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale = 8, bool 
 // False when the peer is not available or refuses the file.
 bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::string* why);
 
+// The peer's pixels: tjDecompress2 to RGB with TJFLAG_ACCURATEDCT |
+// TJFLAG_FASTUPSAMPLE (chroma repeated, as ours); with `cmyk` four bytes of
+// C, M, Y, K per pixel instead. False when the peer is not available or
+// refuses the file.
+bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why, bool cmyk = false);
+
+// The file without its APPn segments and with the frame's component ids
+// replaced by `ids` (as many as the frame has).
+Bytes RewriteMarkers(const Bytes& jpeg, const std::vector<int>& ids);
+
 // Where the first error of a decode came from: the constructor's own error
 // (kj.d 70) is looked through to the error it printed. Empty file name when
 // the decode succeeded.

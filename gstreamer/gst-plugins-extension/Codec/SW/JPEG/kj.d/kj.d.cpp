@@ -1,8 +1,10 @@
-// The decoder object: construction from memory and from a stream (Parts 4.1,
-// 4.5), the component helpers and the shared constant tables.
+// The decoder object: construction from memory and from a stream, the decode
+// driver and its post-processing, the component helpers and the shared
+// constant tables.
 #include "kj.d.h"
 
 #include "kiu/kiu.h"
+#include "kiu/kiuscale.h"
 #include "kiu/mmstream.h"
 #include "kj.dinput.h"
 
@@ -19,16 +21,22 @@ constexpr kau::Site kSiteNullStream{kSource, 78};
 constexpr kau::Site kSiteStreamCatch{kSource, 87};
 constexpr kau::Site kSiteStreamFailed{kSource, 91};
 constexpr kau::Site kSiteAfterEOI{kSource, 106};
+constexpr kau::Site kSiteOutputTooWide{kSource, 140};
+constexpr kau::Site kSiteOutputTooLarge{kSource, 141};
+constexpr kau::Site kSitePixelBuffer{kSource, 176};
+constexpr kau::Site kSiteRowsCatch{kSource, 188};
+constexpr kau::Site kSiteYuvScale{kSource, 203};
+constexpr kau::Site kSiteYuvBuffer{kSource, 210};
+constexpr kau::Site kSiteRgbScale{kSource, 251};
 
 constexpr unsigned long kRefillBytes = 4100;
 
 }  // namespace
 
 const int32_t Decoder::jpegNaturalOrder[80] = {
-    0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,  12, 19, 26, 33,
-    40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36,
-    29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54,
-    47, 55, 62, 63,
+    0, 1, 8, 16, 9, 2, 3, 10, 17, 24, 32, 25, 18, 11, 4, 5, 12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6, 7,
+    14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39,
+    46, 53, 60, 61, 54, 47, 55, 62, 63,
     // Guard: a corrupt run length lands on coefficient 63.
     63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
 
@@ -139,11 +147,141 @@ void Decoder::SkipInput(long count) {
   }
 }
 
-// Part 4.5 builds the full driver on top of Dcoef_Prepare and the upsampler;
-// until then the picture output is not available.
-unsigned char* Decoder::DecodeImage(long, long) {
+namespace {
+
+// Float to int32 as a C cast would do on the target for finite in-range
+// values; out of range saturates (NaN gives 0) instead of being undefined.
+int32_t TruncToInt32(float v) {
+  if (!(v == v)) return 0;
+  if (v >= 2147483647.0f) return INT32_MAX;
+  if (v <= -2147483648.0f) return INT32_MIN;
+  return static_cast<int32_t>(v);
+}
+
+}  // namespace
+
+unsigned char* Decoder::DecodeImage(long width, long height) {
   if (eoiReached) kau::Throw(kSiteAfterEOI);
-  return nullptr;
+  // Requested sizes are 32-bit on the target.
+  const int32_t w = static_cast<int32_t>(width);
+  const int32_t h = static_cast<int32_t>(height);
+  if (w >= 0 && h >= 0) {
+    targetWidth = w == 0 ? static_cast<int32_t>(imageWidth) : w;
+    targetHeight = h == 0 ? static_cast<int32_t>(imageHeight) : h;
+  } else {
+    // Pixels per 8 source pixels. A mixed-sign pair lands here too and gives
+    // a non-positive target for its non-negative side; kept so on purpose.
+    targetWidth = static_cast<int32_t>((0u - static_cast<uint32_t>(w)) * kau::CeilDiv(imageWidth, 8));
+    targetHeight = static_cast<int32_t>((0u - static_cast<uint32_t>(h)) * kau::CeilDiv(imageHeight, 8));
+  }
+  const int32_t iw = static_cast<int32_t>(imageWidth);
+  const int32_t ih = static_cast<int32_t>(imageHeight);
+  if (targetWidth == iw && targetHeight == ih) {
+    dctScaledSize = 8;
+    outputWidth = imageWidth;
+    outputHeight = imageHeight;
+    needsRescale = 0;
+  } else {
+    uint32_t d = 2;
+    uint32_t rw = kau::CeilDiv(imageWidth, 2);
+    uint32_t rh = kau::CeilDiv(imageHeight, 2);
+    while (!(targetHeight >= static_cast<int32_t>(rh) && targetWidth >= static_cast<int32_t>(rw)) &&
+           uint64_t{rw} * rh != 0 && d < 8) {
+      d *= 2;
+      rw = kau::CeilDiv(rw, 2);
+      rh = kau::CeilDiv(rh, 2);
+    }
+    // Never smaller than the target on both sides.
+    if (static_cast<int32_t>(rh) < targetHeight && targetWidth > static_cast<int32_t>(rw)) d /= 2;
+    dctScaledSize = 8 / d;
+    outputWidth = kau::CeilDiv(imageWidth, d);
+    outputHeight = kau::CeilDiv(imageHeight, d);
+    needsRescale = static_cast<int32_t>(outputWidth) != targetWidth ||
+                   static_cast<int32_t>(outputHeight) != targetHeight;
+  }
+  if (outputWidth > 0x3FFFFFFF) kau::Throw(kSiteOutputTooWide);
+  if (uint64_t{outputHeight} * outputWidth * 4 > UINT32_MAX) kau::Throw(kSiteOutputTooLarge);
+
+  Upsample_Init();
+  Input_StartScan();
+  // The fused paths need the layout-specific controllers; the rows they
+  // write are the same as the general controller's.
+  decompress = Dcoef_Prepare(fusedRgba || directYuv);
+
+  const uint32_t bytesPerRow = outputWidth * (directYuv ? 3 : 4);
+  const uint32_t total = outputHeight * bytesPerRow;
+  auto* pixels = static_cast<unsigned char*>(kau::mem::New(total));
+  if (pixels == nullptr) kau::Throw(kSitePixelBuffer);
+  try {
+    Upsample_ProcessSingleRows(pixels, pixels + total, bytesPerRow);
+  } catch (...) {
+    kau::ReportCurrentException(kSiteRowsCatch);
+    kau::mem::Delete(pixels);
+    return nullptr;
+  }
+  return pixels;
+}
+
+unsigned char* Decoder::ScaleImageAndFillAlpha(unsigned char*& pixels) {
+  if (needsRescale) {
+    // Keep the aspect ratio: fit inside the requested box.
+    const float a = static_cast<float>(outputWidth) / static_cast<float>(targetWidth);
+    const float b = static_cast<float>(outputHeight) / static_cast<float>(targetHeight);
+    int32_t tw = targetWidth;
+    int32_t th = targetHeight;
+    if (a > b) {
+      th = TruncToInt32(static_cast<float>(outputHeight) / a);
+      if (th == 0) th = 1;
+    } else {
+      tw = TruncToInt32(static_cast<float>(outputWidth) / b);
+      if (tw == 0) tw = 1;
+    }
+    unsigned char* data = pixels;
+    unsigned long w = outputWidth;
+    unsigned long h = outputHeight;
+    unsigned char* scaled =
+        kiu::ScaleImageRGB(data, w, h, static_cast<uint32_t>(tw), static_cast<uint32_t>(th), heap);
+    if (scaled == nullptr) kau::Throw(kSiteRgbScale);
+    kau::mem::Delete(pixels);
+    pixels = scaled;
+    outputWidth = static_cast<uint32_t>(w);
+    outputHeight = static_cast<uint32_t>(h);
+  }
+  if (!fusedRgba && !directYuv) {
+    const uint32_t count = outputWidth * outputHeight;
+    unsigned char* p = pixels + 3;
+    const unsigned char alpha = alphaValue;
+    for (uint32_t i = 0; i < count; ++i) p[4 * i] = alpha;
+  }
+  return pixels;
+}
+
+unsigned char* Decoder::ScaleImageYUV(unsigned char*& pixels) {
+  if (directYuv) return pixels;
+  if (needsRescale) {
+    unsigned char* data = pixels;
+    unsigned long w = outputWidth;
+    unsigned long h = outputHeight;
+    unsigned char* scaled = kiu::ScaleImageRGB(data, w, h, static_cast<uint32_t>(targetWidth),
+                                               static_cast<uint32_t>(targetHeight), heap);
+    if (scaled == nullptr) kau::Throw(kSiteYuvScale);
+    kau::mem::Delete(pixels);
+    pixels = scaled;
+    outputWidth = static_cast<uint32_t>(w);
+    outputHeight = static_cast<uint32_t>(h);
+  }
+  const uint64_t count = uint64_t{outputWidth} * outputHeight;
+  unsigned char* yuv = nullptr;
+  if (count * 3 <= UINT32_MAX)
+    yuv = static_cast<unsigned char*>(kau::mem::New(static_cast<uint32_t>(count * 3)));
+  if (yuv == nullptr) kau::Throw(kSiteYuvBuffer);
+  for (uint32_t y = 0; y < outputHeight; ++y) {
+    const uint64_t row = uint64_t{y} * outputWidth;
+    kiu::ConvertRGBtoYUV(outputWidth, pixels + row * 4, yuv + row * 3);
+  }
+  kau::mem::Delete(pixels);
+  pixels = yuv;
+  return pixels;
 }
 
 void Component::SelectDctTable() {
@@ -162,12 +300,12 @@ void Component::SelectDctTable() {
       idct = Decoder::IDCT_8x8;
       break;
   }
-  // Coefficients reach the inverse DCT already dequantised (Parts 4.2, 4.3).
+  // Coefficients reach the inverse DCT already dequantised.
   dctTable = quantTable;
 }
 
 Component::WholeImage* Component::WholeImage::Create(Decoder* decoder, uint32_t rowCount,
-                                                      uint32_t blocksPerRow) {
+                                                     uint32_t blocksPerRow) {
   uint64_t blocks = uint64_t{rowCount} * blocksPerRow;
   if (blocks > UINT32_MAX / sizeof(Block)) kau::Throw(kau::kSiteRoundUp);
   auto* image = static_cast<WholeImage*>(decoder->Allocate(sizeof(WholeImage)));

@@ -1,7 +1,7 @@
-// The JPEG decoder object (Part 4.1): its state, the input byte reader, the
-// marker reader, the entropy decoders (Part 4.2), the coefficient controllers
-// and the inverse DCT (Part 4.3). Upsampling, pixel output and the decode
-// driver (Parts 4.4, 4.5) plug onto the seam described at `Decompress`.
+// The JPEG decoder object: its state, the input byte reader, the marker
+// reader, the entropy decoders, the coefficient controllers, the inverse DCT,
+// the upsampler and pixel output, and the decode driver. The upsampler reads
+// what a DecompressFn writes: one iMCU row of component samples.
 #ifndef KJ_D_KJ_D_H
 #define KJ_D_KJ_D_H
 
@@ -26,8 +26,8 @@ class Decoder {
 
 namespace kjd {
 
-// One coefficient. The Part writes the inverse DCT over `long`, which is 32
-// bits on the target; a fixed 32-bit type keeps the host build identical.
+// One coefficient. The reference arithmetic is over `long`, which is 32 bits
+// on the target; a fixed 32-bit type keeps the host build identical.
 using Coef = int32_t;
 
 // 64 coefficients in natural (row-major) order.
@@ -45,6 +45,11 @@ using ConsumeFn = int (*)(Decoder*);
 // index ci (its v * DCT scaled size rows of this iMCU row). Returns non-zero
 // after the last iMCU row.
 using DecompressFn = int (*)(Decoder*, unsigned char*** output);
+// A row colour converter: `count` pixels from planes[c][row] into `output`.
+using ConvertFn = void (*)(unsigned long count, unsigned char*** planes, unsigned long row,
+                           unsigned char* output);
+// A component upsampler: one row group from `input` rows into `output` rows.
+using UpsampleFn = void (*)(Decoder*, Component*, unsigned char** input, unsigned char**& output);
 
 // The fast decoding table of one Huffman table (8-bit lookahead).
 struct DerivedTable {
@@ -88,7 +93,12 @@ struct Component {
   int32_t lastDc;
   IdctFn idct;
   WholeImage* wholeImage;
-  // (upsampling state: Part 4.4 adds its fields here)
+  // Upsampling: null when the sample rows are already at full resolution.
+  UpsampleFn upsample;
+  uint32_t outputWidth;   // samples per upsampled row
+  uint32_t rowsPerGroup;  // input rows per row group
+  uint8_t hRepeat;
+  uint8_t vRepeat;
 
   // Picks the inverse DCT for dctScaledSize (8 when unset) and the table it uses.
   void SelectDctTable();
@@ -103,8 +113,13 @@ class Decoder : public kiu::Decoder {
   Decoder& operator=(const Decoder&) = delete;
 
   unsigned char* DecodeImage() override { return DecodeImage(0, 0); }
-  // The decode driver (Part 4.5).
+  // Decodes at the DCT scale that suits the requested size; the pixel buffer
+  // comes from kau::mem::New. Null when row production failed.
   unsigned char* DecodeImage(long width, long height);
+  // Post-processing of the two output kinds; each may replace `pixels`
+  // (freeing the old buffer) and returns the current one.
+  unsigned char* ScaleImageAndFillAlpha(unsigned char*& pixels);
+  unsigned char* ScaleImageYUV(unsigned char*& pixels);
   unsigned long OutputWidth() const override { return outputWidth; }
   unsigned long OutputHeight() const override { return outputHeight; }
 
@@ -155,8 +170,8 @@ class Decoder : public kiu::Decoder {
   static void Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks);
-  static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, uint32_t& buffer,
-                             int32_t& bits, const DerivedTable* table);
+  static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, uint32_t& buffer, int32_t& bits,
+                             const DerivedTable* table);
   static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, uint32_t& buffer,
                                    int32_t& bits, const DerivedTable* table);
 
@@ -191,12 +206,25 @@ class Decoder : public kiu::Decoder {
   // used directly by tests and the benchmark. Planes come from the heap.
   struct Plane {
     unsigned char* data;
-    uint32_t stride;   // bytes per row
-    uint32_t width;    // visible samples per row
-    uint32_t height;   // visible rows
+    uint32_t stride;  // bytes per row
+    uint32_t width;   // visible samples per row
+    uint32_t height;  // visible rows
   };
   // Fills planes[0 .. componentCount - 1].
   void Dcoef_DecodeToPlanes(uint32_t scaledSize, Plane* planes, bool specialised = true);
+
+  // ---- Upsampling and pixel output (kj.dupsample) ----
+  void Upsample_SelectFormat();
+  void Upsample_FindComponentDimensions(Component* component, unsigned long size);
+  void Upsample_Init();
+  unsigned char* Upsample_ConvertRowsInGroup(unsigned char* output, unsigned char* end, unsigned long stride);
+  unsigned char* Upsample_ProcessSingleRows(unsigned char* output, unsigned char* end, unsigned long stride);
+  static void Upsample_H2V1(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
+  static void Upsample_H2V2(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
+  static void Upsample_HandleAnyIntegralRatios(Decoder* d, Component* c, unsigned char** input,
+                                               unsigned char**& output);
+  static void Upsample_HalfHandleAnyIntegralRatios(Decoder* d, Component* c, unsigned char** input,
+                                                   unsigned char**& output);
 
   // ---- Inverse DCT (kj.didct) ----
   static void IDCT_8x8(Coef* block, unsigned char** rows, unsigned long column);
@@ -260,7 +288,22 @@ class Decoder : public kiu::Decoder {
   McuFn decodeMcu = nullptr;
   Block* mcuBuffer = nullptr;
   Block* mcuBlocks[18] = {};
-  // (upsampling, colour and output state: Parts 4.4 and 4.5)
+  // Colour model, output format and scaling request.
+  enum ColorModel : uint8_t { kCMYK = 1, kGrey = 2, kRGB = 3, kYCbCr = 4, kYCCK = 5 };
+  uint8_t colorModel = 0;
+  ConvertFn converter = nullptr;
+  uint8_t yuvWanted = 0;
+  uint8_t directYuv = 0;     // pixels are Y, Cb, Cr, three bytes each
+  uint8_t fusedRgba = 0;     // the fused path writes the alpha byte itself
+  uint8_t needsRescale = 0;  // also keeps YCbCr on the RGB converter
+  uint8_t layout111 = 0;
+  uint8_t layout211 = 0;
+  uint8_t layout420 = 0;
+  uint32_t dctScaledSize = 8;
+  int32_t targetWidth = 0;
+  int32_t targetHeight = 0;
+  uint32_t rowGroupRows = 0;
+  unsigned char** upsampledRows[4] = {};
   uint8_t alphaValue = 0;
   uint8_t singleScan = 0;
   uint8_t eoiReached = 0;
