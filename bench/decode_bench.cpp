@@ -32,8 +32,9 @@ std::vector<unsigned char> PhotoLikeRgb() {
         double v = 128 + 90 * std::sin(0.004 * x + 1.7 * c) * std::cos(0.003 * y - 0.9 * c);
         if ((x / 7 + c) % 9 == 0 && y > kHeight / 2) v = 230 - 30 * c;
         int iv = static_cast<int>(v) + static_cast<int>(state % 17) - 8;
-        rgb[(static_cast<size_t>(y) * kWidth + x) * 3 + c] =
-            static_cast<unsigned char>(iv < 0 ? 0 : iv > 255 ? 255 : iv);
+        rgb[(static_cast<size_t>(y) * kWidth + x) * 3 + c] = static_cast<unsigned char>(iv < 0     ? 0
+                                                                                        : iv > 255 ? 255
+                                                                                                   : iv);
       }
   return rgb;
 }

@@ -78,8 +78,8 @@ std::vector<Case> Corpus() {
   }
   cases.push_back({"101x75_420_baseline_q1", 101, 75, 3, "-baseline -quality 1 -sample 2x2", "", ""});
   cases.push_back({"101x75_grey_extended_q2", 101, 75, 1, "-quality 2 -grayscale", "", ""});
-  cases.push_back({"101x75_444_extended_q3_progressive", 101, 75, 3,
-                   "-quality 3 -sample 1x1 -progressive", "", ""});
+  cases.push_back(
+      {"101x75_444_extended_q3_progressive", 101, 75, 3, "-quality 3 -sample 1x1 -progressive", "", ""});
   // Restart intervals in MCUs and in MCU rows.
   for (const char* r : {"1", "3", "7", "1B", "2B"}) {
     cases.push_back({std::string("101x75_420_restart") + r, 101, 75, 3,
@@ -87,10 +87,10 @@ std::vector<Case> Corpus() {
   }
   cases.push_back({"101x75_grey_restart5", 101, 75, 1, "-grayscale -restart 5", "", ""});
   cases.push_back({"101x75_411_restart2", 101, 75, 3, "-sample 4x1 -restart 2", "", ""});
-  cases.push_back({"101x75_420_progressive_restart2", 101, 75, 3,
-                   "-progressive -sample 2x2 -restart 2", "", ""});
-  cases.push_back({"101x75_420_progressive_restart1B", 101, 75, 3,
-                   "-progressive -sample 2x2 -restart 1B", "", ""});
+  cases.push_back(
+      {"101x75_420_progressive_restart2", 101, 75, 3, "-progressive -sample 2x2 -restart 2", "", ""});
+  cases.push_back(
+      {"101x75_420_progressive_restart1B", 101, 75, 3, "-progressive -sample 2x2 -restart 1B", "", ""});
   // Optimised Huffman tables.
   cases.push_back({"101x75_420_optimize", 101, 75, 3, "-optimize -sample 2x2", "", ""});
   cases.push_back({"101x75_422_optimize_q95", 101, 75, 3, "-optimize -quality 95 -sample 2x1", "", ""});
@@ -103,23 +103,23 @@ std::vector<Case> Corpus() {
   }
   cases.push_back({"17x9_420_scans", 17, 9, 3, "-scans @SCANS@ -sample 2x2", kScans3, ""});
   cases.push_back({"101x75_grey_scans", 101, 75, 1, "-grayscale -scans @SCANS@", kScans1, ""});
-  cases.push_back({"101x75_420_scans_restart3", 101, 75, 3, "-scans @SCANS@ -sample 2x2 -restart 3",
-                   kScans3, ""});
+  cases.push_back(
+      {"101x75_420_scans_restart3", 101, 75, 3, "-scans @SCANS@ -sample 2x2 -restart 3", kScans3, ""});
   // Sequential images with several scans.
   cases.push_back({"101x75_420_seqscans", 101, 75, 3, "-scans @SCANS@ -sample 2x2", kSeq3, ""});
   cases.push_back({"101x75_444_seqscans_separate", 101, 75, 3, "-scans @SCANS@ -sample 1x1 -quality 2",
                    kSeq3Separate, ""});
-  cases.push_back({"17x9_411_seqscans_restart1", 17, 9, 3, "-scans @SCANS@ -sample 4x1 -restart 1",
-                   kSeq3Separate, ""});
+  cases.push_back(
+      {"17x9_411_seqscans_restart1", 17, 9, 3, "-scans @SCANS@ -sample 4x1 -restart 1", kSeq3Separate, ""});
   // Through jpegtran.
-  cases.push_back({"101x75_420_jpegtran_progressive", 101, 75, 3, "-sample 2x2", "",
-                   "-progressive -optimize"});
+  cases.push_back(
+      {"101x75_420_jpegtran_progressive", 101, 75, 3, "-sample 2x2", "", "-progressive -optimize"});
   cases.push_back({"101x75_422_jpegtran_restart", 101, 75, 3, "-sample 2x1", "", "-restart 4"});
   // The general single-scan controller on layouts that have a specialised one.
   for (const auto& smp : samplings) {
     if (smp.channels != 3 || std::string(smp.name) == "411" || std::string(smp.name) == "440") continue;
     Case c{std::string("101x75_") + smp.name + "_general", 101, 75, 3,
-           std::string("-restart 3 ") + smp.args, "", ""};
+           std::string("-restart 3 ") + smp.args,          "",  ""};
     c.general = true;
     cases.push_back(c);
   }
@@ -137,8 +137,8 @@ class DecoderDiff : public testing::TestWithParam<Case> {};
 TEST_P(DecoderDiff, PlanesMatchPeer) {
   const Case& c = GetParam();
   if (!keltest::HaveTool("cjpeg") || !keltest::HaveTool("jpegtran")) GTEST_SKIP() << "no cjpeg/jpegtran";
-  keltest::Bytes jpeg = keltest::MakeJpeg(c.width, c.height, c.channels, 7u + c.width, c.args, c.scans,
-                                          c.jpegtranArgs);
+  keltest::Bytes jpeg =
+      keltest::MakeJpeg(c.width, c.height, c.channels, 7u + c.width, c.args, c.scans, c.jpegtranArgs);
   ASSERT_FALSE(jpeg.empty()) << "corpus file not made: cjpeg " << c.args;
   std::vector<keltest::ComponentPlane> peer;
   std::string why;
@@ -153,8 +153,8 @@ TEST_P(DecoderDiff, PlanesMatchPeer) {
       if (ours[i].samples[k] != peer[i].samples[k] && mismatches++ == 0) first = k;
     }
     EXPECT_EQ(mismatches, 0u) << "component " << i << ": first at x=" << first % ours[i].width
-                              << " y=" << first / ours[i].width << " ours "
-                              << int(ours[i].samples[first]) << " peer " << int(peer[i].samples[first]);
+                              << " y=" << first / ours[i].width << " ours " << int(ours[i].samples[first])
+                              << " peer " << int(peer[i].samples[first]);
   }
 }
 

@@ -1,5 +1,5 @@
-// Every error of the error tables of Parts 4.1 (decoder object and marker
-// reader) and 4.2 (Huffman entropy decoding) is produced by some input, with
+// Every error of the decoder object, the marker reader and the Huffman
+// entropy decoder is produced by some input, with
 // the right source name and line. Inputs are built by a minimal JPEG writer
 // or by small mutations; the few errors that no file can reach (an earlier
 // check always fires first) are reached by setting the decoder's plain fields.
@@ -49,8 +49,11 @@ struct Writer {
   };
   Writer& Sof(int type, int w, int h, std::vector<Comp> comps, int precision = 8, int lengthAdjust = 0,
               int nfOverride = -1) {
-    Bytes p{static_cast<uint8_t>(precision), static_cast<uint8_t>(h >> 8), static_cast<uint8_t>(h),
-            static_cast<uint8_t>(w >> 8), static_cast<uint8_t>(w),
+    Bytes p{static_cast<uint8_t>(precision),
+            static_cast<uint8_t>(h >> 8),
+            static_cast<uint8_t>(h),
+            static_cast<uint8_t>(w >> 8),
+            static_cast<uint8_t>(w),
             static_cast<uint8_t>(nfOverride >= 0 ? nfOverride : static_cast<int>(comps.size()))};
     for (const Comp& c : comps) {
       p.push_back(static_cast<uint8_t>(c.id));
@@ -157,32 +160,40 @@ std::vector<Row> Rows() {
                      std::function<void(kjd::Decoder&)> poke = nullptr, bool outer = false) {
     rows.push_back({std::move(name), std::move(file), line, std::move(input), std::move(poke), outer});
   };
-  // ---- Part 4.1: constructor ----
+  // ---- constructor ----
   add("three_bytes", "kj.d", 45, [] { return Bytes{0xFF, 0xD8, 0xFF}; });
   add("leading_00", "kj.d", 57, [] { return Bytes{0x00, 0xD8, 0xFF, 0xD9}; });
   add("starts_with_eoi", "kj.d", 60, [] { return Bytes{0xFF, 0xD9, 0xFF, 0xD9}; });
-  add("constructor_failure_seen_by_caller", "kj.d", 70, [] { return Writer().Soi().Soi().Eoi().b; },
-      nullptr, true);
-  // ---- Part 4.1: marker reader ----
+  add(
+      "constructor_failure_seen_by_caller", "kj.d", 70, [] { return Writer().Soi().Soi().Eoi().b; }, nullptr,
+      true);
+  // ---- marker reader ----
   add("second_soi", "kj.dinput", 124, [] { return Writer().Soi().Soi().Eoi().b; });
-  add("second_sof", "kj.dinput", 138,
-      [] { return GreyHeader().Sof(0xC0, 8, 8, {{1, 0x11, 0}}).Eoi().b; });
-  add("precision_12", "kj.dinput", 142,
-      [] { return Writer().Soi().Sof(0xC1, 8, 8, {{1, 0x11, 0}}, 12).Eoi().b; });
-  add("width_65501", "kj.dinput", 147,
-      [] { return Writer().Soi().Sof(0xC0, 65501, 8, {{1, 0x11, 0}}).Eoi().b; });
+  add("second_sof", "kj.dinput", 138, [] { return GreyHeader().Sof(0xC0, 8, 8, {{1, 0x11, 0}}).Eoi().b; });
+  add("precision_12", "kj.dinput", 142, [] {
+    return Writer().Soi().Sof(0xC1, 8, 8, {{1, 0x11, 0}}, 12).Eoi().b;
+  });
+  add("width_65501", "kj.dinput", 147, [] {
+    return Writer().Soi().Sof(0xC0, 65501, 8, {{1, 0x11, 0}}).Eoi().b;
+  });
   add("five_components", "kj.dinput", 149, [] {
-    return Writer().Soi().Sof(0xC0, 8, 8, {{1, 0x11, 0}, {2, 0x11, 0}, {3, 0x11, 0}, {4, 0x11, 0}, {5, 0x11, 0}})
-        .Eoi().b;
+    return Writer()
+        .Soi()
+        .Sof(0xC0, 8, 8, {{1, 0x11, 0}, {2, 0x11, 0}, {3, 0x11, 0}, {4, 0x11, 0}, {5, 0x11, 0}})
+        .Eoi()
+        .b;
   });
   add("width_0", "kj.dinput", 153, [] { return Writer().Soi().Sof(0xC0, 0, 8, {{1, 0x11, 0}}).Eoi().b; });
-  add("sof_length", "kj.dinput", 154,
-      [] { return Writer().Soi().Sof(0xC0, 8, 8, {{1, 0x11, 0}}, 8, 1).Raw({0}).Eoi().b; });
-  add("sos_before_sof", "kj.dinput", 176,
-      [] { return Writer().Soi().Dqt().Tables().Sos({{1, 0x00}}, 0, 63, 0).Eoi().b; });
+  add("sof_length", "kj.dinput", 154, [] {
+    return Writer().Soi().Sof(0xC0, 8, 8, {{1, 0x11, 0}}, 8, 1).Raw({0}).Eoi().b;
+  });
+  add("sos_before_sof", "kj.dinput", 176, [] {
+    return Writer().Soi().Dqt().Tables().Sos({{1, 0x00}}, 0, 63, 0).Eoi().b;
+  });
   add("sos_ns_0", "kj.dinput", 179, [] { return GreyHeader().Tables().Sos({}, 0, 63, 0).Eoi().b; });
-  add("sos_unknown_component", "kj.dinput", 189,
-      [] { return GreyHeader().Tables().Sos({{9, 0x00}}, 0, 63, 0).Eoi().b; });
+  add("sos_unknown_component", "kj.dinput", 189, [] {
+    return GreyHeader().Tables().Sos({{9, 0x00}}, 0, 63, 0).Eoi().b;
+  });
   add("second_scan_in_single_scan_image", "kj.dinput", 206, [] {
     return GreyHeader().Tables().Sos({{1, 0x00}}, 0, 63, 0).Sos({{1, 0x00}}, 0, 63, 0).Eoi().b;
   });
@@ -193,12 +204,12 @@ std::vector<Row> Rows() {
       [] { return Writer().Soi().Dht(0x00, {2}, {0}).Eoi().b; });
   add("dht_ac_slot_4", "kj.dinput", 266, [] { return Writer().Soi().Dht(0x14, {1}, {0}).Eoi().b; });
   add("dht_slot_32", "kj.dinput", 266, [] { return Writer().Soi().Dht(0x20, {1}, {0}).Eoi().b; });
-  add("dht_length_mismatch", "kj.dinput", 272,
-      [] { return Writer().Soi().Dht(0x00, {1}, {0}, 0, Bytes{1, 2, 3}).Eoi().b; });
+  add("dht_length_mismatch", "kj.dinput", 272, [] {
+    return Writer().Soi().Dht(0x00, {1}, {0}, 0, Bytes{1, 2, 3}).Eoi().b;
+  });
   add("dqt_slot_4", "kj.dinput", 284, [] { return Writer().Soi().Dqt(4).Eoi().b; });
   add("dqt_one_byte_short", "kj.dinput", 297, [] { return Writer().Soi().Dqt(0, -1).Eoi().b; });
-  add("dri_length_5", "kj.dinput", 303,
-      [] { return Writer().Soi().Segment(0xDD, Bytes{0, 1, 0}).Eoi().b; });
+  add("dri_length_5", "kj.dinput", 303, [] { return Writer().Soi().Segment(0xDD, Bytes{0, 1, 0}).Eoi().b; });
   add("jfif_version_2", "kj.dinput", 340, [] {
     return Writer().Soi().Segment(0xE0, Bytes{'J', 'F', 'I', 'F', 0, 2, 1, 0, 0, 1, 0, 1, 0, 0}).Eoi().b;
   });
@@ -207,7 +218,8 @@ std::vector<Row> Rows() {
     w.Soi().Dqt().Segment(0xDD, Bytes{0, 1}).Sof(0xC0, 16, 8, {{1, 0x11, 0}}).Tables();
     return w.Sos({{1, 0x00}}, 0, 63, 0, Bytes{0x00, 0xFF, 0xD1, 0x00}).Eoi().b;
   });
-  add("components_in_scan_5", "kj.dinput", 502, [] { return GreyBaseline(); },
+  add(
+      "components_in_scan_5", "kj.dinput", 502, [] { return GreyBaseline(); },
       [](kjd::Decoder& d) {
         d.componentsInScan = 5;
         d.Input_StartScan();
@@ -223,45 +235,62 @@ std::vector<Row> Rows() {
   add("sof3", "kj.dinput", 601, [] { return Writer().Soi().Sof(0xC3, 8, 8, {{1, 0x11, 0}}).Eoi().b; });
   add("eoi_without_scan", "kj.dinput", 609, [] { return GreyHeader().Tables().Eoi().b; });
   add("dhp_marker", "kj.dinput", 657, [] { return Writer().Soi().Segment(0xDE, Bytes{0, 0}).Eoi().b; });
-  add("ceil_div_zero_divisor", "common/kau/kau", 144, [] { return GreyBaseline(); },
+  add(
+      "ceil_div_zero_divisor", "common/kau/kau", 144, [] { return GreyBaseline(); },
       [](kjd::Decoder& d) {
         d.maxH = 0;
         d.componentsInScan = 2;
         d.scanComponents[1] = d.components;
         d.Input_StartScan();
       });
-  // ---- Part 4.2 ----
+  // ---- entropy decoding ----
   add("no_code_near_marker", "kj.dhuff", 94, [] {
     return GreyHeader().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({{1, 0x00}}, 0, 63, 0, Bytes{}).Eoi().b;
   });
   add("no_code_long", "kj.dhuff", 111, [] {
-    return GreyHeader().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({{1, 0x00}}, 0, 63, 0, Bytes{0, 0, 0}).Eoi().b;
+    return GreyHeader()
+        .Dht(0x00, {}, {})
+        .Dht(0x10, {1}, {0})
+        .Sos({{1, 0x00}}, 0, 63, 0, Bytes{0, 0, 0})
+        .Eoi()
+        .b;
   });
-  add("table_number_4", "kj.dhuff", 211,
-      [] { return GreyHeader().Tables().Sos({{1, 0x40}}, 0, 63, 0).Eoi().b; });
-  add("table_not_defined", "kj.dhuff", 213,
-      [] { return GreyHeader().Tables().Sos({{1, 0x10}}, 0, 63, 0).Eoi().b; });
-  add("more_than_256_codes", "kj.dhuff", 224, [] { return GreyBaseline(); },
+  add("table_number_4", "kj.dhuff", 211, [] {
+    return GreyHeader().Tables().Sos({{1, 0x40}}, 0, 63, 0).Eoi().b;
+  });
+  add("table_not_defined", "kj.dhuff", 213, [] {
+    return GreyHeader().Tables().Sos({{1, 0x10}}, 0, 63, 0).Eoi().b;
+  });
+  add(
+      "more_than_256_codes", "kj.dhuff", 224, [] { return GreyBaseline(); },
       [](kjd::Decoder& d) {
         // GetDHT refuses such a table (kj.dinput 252), so the record is edited.
         d.dcHuffTables[0][8] = 255;
         d.dcHuffTables[0][9] = 2;
       });
   add("code_space_overfilled", "kj.dhuff", 239, [] {
-    return GreyHeader().Dht(0x00, {0, 5}, {0, 1, 2, 3, 4}).Dht(0x10, {1}, {0}).Sos({{1, 0x00}}, 0, 63, 0).Eoi().b;
+    return GreyHeader()
+        .Dht(0x00, {0, 5}, {0, 1, 2, 3, 4})
+        .Dht(0x10, {1}, {0})
+        .Sos({{1, 0x00}}, 0, 63, 0)
+        .Eoi()
+        .b;
   });
   add("dc_symbol_16", "kj.dhuff", 288, [] {
     return GreyHeader().Dht(0x00, {1}, {16}).Dht(0x10, {1}, {0}).Sos({{1, 0x00}}, 0, 63, 0).Eoi().b;
   });
-  add("progressive_dc_se_1", "kj.dhuff", 423,
-      [] { return ProgressiveHeader().Sos({{1, 0x00}}, 0, 1, 0x00).Eoi().b; });
+  add("progressive_dc_se_1", "kj.dhuff", 423, [] {
+    return ProgressiveHeader().Sos({{1, 0x00}}, 0, 1, 0x00).Eoi().b;
+  });
   add("progressive_ss_above_se", "kj.dhuff", 428, [] {
     return ProgressiveHeader().Sos({{1, 0x00}}, 0, 0, 0x00).Sos({{1, 0x00}}, 5, 2, 0x00).Eoi().b;
   });
-  add("progressive_al_14", "kj.dhuff", 431,
-      [] { return ProgressiveHeader().Sos({{1, 0x00}}, 0, 0, 0x0E).Eoi().b; });
-  add("progressive_ac_before_dc", "kj.dhuff", 439,
-      [] { return ProgressiveHeader().Sos({{1, 0x00}}, 1, 63, 0x00).Eoi().b; });
+  add("progressive_al_14", "kj.dhuff", 431, [] {
+    return ProgressiveHeader().Sos({{1, 0x00}}, 0, 0, 0x0E).Eoi().b;
+  });
+  add("progressive_ac_before_dc", "kj.dhuff", 439, [] {
+    return ProgressiveHeader().Sos({{1, 0x00}}, 1, 63, 0x00).Eoi().b;
+  });
   add("progressive_ah_mismatch", "kj.dhuff", 443, [] {
     return ProgressiveHeader().Sos({{1, 0x00}}, 0, 0, 0x00).Sos({{1, 0x00}}, 1, 63, 0x10).Eoi().b;
   });
@@ -292,12 +321,13 @@ TEST(DecoderErrors, EveryTableEntry) {
 
 // The inputs the table is built from decode cleanly before they are broken.
 TEST(DecoderErrors, BaseInputsDecode) {
-  for (const Bytes& good : {GreyBaseline(), ProgressiveHeader()
-                                                .Sos({{1, 0x00}}, 0, 0, 0x00, Bytes{0x00})
-                                                .Sos({{1, 0x00}}, 1, 63, 0x01, Bytes{0x00})
-                                                .Sos({{1, 0x00}}, 1, 63, 0x10, Bytes{0x00})
-                                                .Eoi()
-                                                .b,
+  for (const Bytes& good : {GreyBaseline(),
+                            ProgressiveHeader()
+                                .Sos({{1, 0x00}}, 0, 0, 0x00, Bytes{0x00})
+                                .Sos({{1, 0x00}}, 1, 63, 0x01, Bytes{0x00})
+                                .Sos({{1, 0x00}}, 1, 63, 0x10, Bytes{0x00})
+                                .Eoi()
+                                .b,
                             // 18 blocks per MCU (4x4, 1x1, 1x1) is accepted; AC slot 3 is 0x13.
                             Writer()
                                 .Soi()

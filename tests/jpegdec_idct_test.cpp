@@ -1,4 +1,4 @@
-// Inverse DCT arithmetic (Part 4.3): the numeric cases of the Part, the
+// Inverse DCT arithmetic: the documented numeric cases, the
 // reduced transforms against their stated formulas, the accurate transform
 // against a floating-point reference, and 1/2, 1/4, 1/8 decodes against an
 // area-average of the full decode.
@@ -164,8 +164,8 @@ std::vector<uint8_t> AreaAverage(const keltest::ComponentPlane& full, int factor
 
 TEST(Idct, ScaledDecodesMatchAreaAverage) {
   if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg";
-  for (const char* args : {"-quality 90 -sample 2x2", "-quality 90 -sample 2x2 -progressive",
-                           "-quality 85 -sample 1x1"}) {
+  for (const char* args :
+       {"-quality 90 -sample 2x2", "-quality 90 -sample 2x2 -progressive", "-quality 85 -sample 1x1"}) {
     keltest::Bytes jpeg = keltest::MakeJpeg(403, 301, 3, 11, args);
     ASSERT_FALSE(jpeg.empty());
     auto full = keltest::DecodePlanes(jpeg, 8);

@@ -1,4 +1,4 @@
-// Truncated and corrupt input (Parts 4.1, 4.2): zero bits and skipped
+// Truncated and corrupt input: zero bits and skipped
 // restart intervals for data cut short, the listed errors otherwise, and no
 // access outside buffers (run under -DKEL_SANITIZE=address,undefined). Also
 // stream input through the 4,100-byte refill buffer and its sentinel.
@@ -80,8 +80,8 @@ TEST_F(Robust, StreamInputEqualsMemoryInput) {
                            "-quality 60 -restart 1 -sample 1x1", "-grayscale -optimize"};
   for (const char* args : configs) {
     SCOPED_TRACE(args);
-    Bytes jpeg = keltest::MakeJpeg(211, 97, std::string(args).find("gray") != std::string::npos ? 1 : 3, 4,
-                                   args);
+    Bytes jpeg =
+        keltest::MakeJpeg(211, 97, std::string(args).find("gray") != std::string::npos ? 1 : 3, 4, args);
     ASSERT_FALSE(jpeg.empty());
     auto memory = keltest::DecodePlanes(jpeg);
     for (const std::vector<unsigned>& pieces :
@@ -153,7 +153,8 @@ TEST_F(Robust, CorruptEntropyDataOnlyThrowsListedErrors) {
                            "-grayscale -progressive -restart 1", "-quality 100 -sample 1x1"};
   int errors = 0, decoded = 0;
   for (const char* args : configs) {
-    Bytes jpeg = keltest::MakeJpeg(45, 37, std::string(args).find("gray") != std::string::npos ? 1 : 3, 6, args);
+    Bytes jpeg =
+        keltest::MakeJpeg(45, 37, std::string(args).find("gray") != std::string::npos ? 1 : 3, 6, args);
     ASSERT_FALSE(jpeg.empty());
     const size_t data = FirstScanData(jpeg);
     for (int trial = 0; trial < 150; ++trial) {
@@ -164,9 +165,15 @@ TEST_F(Robust, CorruptEntropyDataOnlyThrowsListedErrors) {
         const size_t lo = trial % 5 == 0 ? 2 : data;
         const size_t at = lo + rng() % (bad.size() - 2 - lo);
         switch (rng() % 3) {
-          case 0: bad[at] = static_cast<uint8_t>(rng()); break;
-          case 1: bad[at] ^= static_cast<uint8_t>(1u << (rng() % 8)); break;
-          default: bad[at] = 0xFF; break;
+          case 0:
+            bad[at] = static_cast<uint8_t>(rng());
+            break;
+          case 1:
+            bad[at] ^= static_cast<uint8_t>(1u << (rng() % 8));
+            break;
+          default:
+            bad[at] = 0xFF;
+            break;
         }
       }
       // Through a stream in small pieces too (refill boundaries inside corrupt data).

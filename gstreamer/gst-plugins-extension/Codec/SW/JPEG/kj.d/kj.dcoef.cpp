@@ -1,4 +1,4 @@
-// Coefficient controllers (Part 4.3): single-scan controllers that decode an
+// Coefficient controllers: single-scan controllers that decode an
 // MCU and transform it at once, and the multi-scan pair that collects every
 // scan into whole-image stores and transforms afterwards.
 #include "kj.dcoef.h"
@@ -204,8 +204,8 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
       const bool chroma11 = c[1].h == 1 && c[1].v == 1 && c[2].h == 1 && c[2].v == 1;
       const bool sameSize =
           c[0].dctScaledSize == c[1].dctScaledSize && c[0].dctScaledSize == c[2].dctScaledSize;
-      const bool inOrder = scanComponents[0] == &c[0] && scanComponents[1] == &c[1] &&
-                           scanComponents[2] == &c[2];
+      const bool inOrder =
+          scanComponents[0] == &c[0] && scanComponents[1] == &c[1] && scanComponents[2] == &c[2];
       if (chroma11 && sameSize && inOrder) {
         if (c[0].h == 1 && c[0].v == 1) return Dcoef_DecompressSingleScan111;
         if (c[0].h == 2 && c[0].v == 2) return Dcoef_DecompressSingleScan420;

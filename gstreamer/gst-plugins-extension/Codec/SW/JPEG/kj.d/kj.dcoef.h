@@ -1,4 +1,4 @@
-// Coefficient controllers (Part 4.3).
+// Coefficient controllers.
 #ifndef KJ_D_KJ_DCOEF_H
 #define KJ_D_KJ_DCOEF_H
 

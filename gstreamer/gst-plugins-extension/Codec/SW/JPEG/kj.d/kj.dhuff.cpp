@@ -1,4 +1,4 @@
-// Huffman entropy decoding (Part 4.2): derived tables, the bit reader, the
+// Huffman entropy decoding: derived tables, the bit reader, the
 // sequential and progressive MCU decoders and restart handling.
 //
 // Arithmetic that corrupt data can push past 32 bits (DC sums, products with
@@ -24,10 +24,9 @@ constexpr kau::Site kSiteAcBeforeDc{kSrc, 439};
 constexpr kau::Site kSiteHistory{kSrc, 443};
 constexpr kau::Site kSiteRefineSymbol{kSrc, 600};
 
-constexpr int32_t kExtendTest[16] = {0,     1,     2,     4,     8,     16,     32,    64,
-                                     128,   256,   512,   1024,  2048,  4096,   8192,  16384};
-constexpr int32_t kExtendOffset[16] = {0,     -1,    -3,    -7,     -15,   -31,   -63,   -127,
-                                       -255,  -511,  -1023, -2047,  -4095, -8191, -16383, -32767};
+constexpr int32_t kExtendTest[16] = {0, 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384};
+constexpr int32_t kExtendOffset[16] = {0,    -1,   -3,    -7,    -15,   -31,   -63,    -127,
+                                       -255, -511, -1023, -2047, -4095, -8191, -16383, -32767};
 
 inline int32_t Wrap(uint32_t v) { return static_cast<int32_t>(v); }
 
@@ -137,8 +136,8 @@ int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& bu
   return t->symbols[code + t->valoffset[l]];
 }
 
-int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, uint32_t& buf,
-                                   int32_t& bits, const DerivedTable* t) {
+int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+                                   const DerivedTable* t) {
   if (bits < 1) Fill(d, pos, buf, bits, 1);
   int32_t code = static_cast<int32_t>(GetBits(buf, bits, 1));
   int l = 1;

@@ -1,4 +1,4 @@
-// Huffman entropy decoding (Part 4.2).
+// Huffman entropy decoding.
 #ifndef KJ_D_KJ_DHUFF_H
 #define KJ_D_KJ_DHUFF_H
 

@@ -1,4 +1,4 @@
-// Inverse DCT kernels (Part 4.3). The accurate 8x8 transform is the integer
+// Inverse DCT kernels. The accurate 8x8 transform is the integer
 // Loeffler-Ligtenberg-Moschytz algorithm in 13-bit fixed point; the reduced
 // transforms produce 4x4, 2x2 and 1x1 samples for 1/2, 1/4 and 1/8 scale.
 //

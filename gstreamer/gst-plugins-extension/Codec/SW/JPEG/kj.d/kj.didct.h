@@ -1,4 +1,4 @@
-// Inverse DCT kernels (Part 4.3); SIMD twins sit beside this pair.
+// Inverse DCT kernels; SIMD twins sit beside this pair.
 #ifndef KJ_D_KJ_DIDCT_H
 #define KJ_D_KJ_DIDCT_H
 

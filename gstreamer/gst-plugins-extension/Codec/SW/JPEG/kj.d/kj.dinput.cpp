@@ -1,4 +1,4 @@
-// Marker reader and scan set-up (Part 4.1).
+// Marker reader and scan set-up.
 #include "kj.dinput.h"
 
 namespace kjd {
@@ -143,8 +143,8 @@ void Decoder::GetAPPn() {
     jfifMajor = b[5];
     jfifMinor = b[6];
     if (jfifMajor != 1) kau::Throw(kSiteJFIFVersion);
-  } else if (marker == 0xEE && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' &&
-             b[3] == 'b' && b[4] == 'e') {
+  } else if (marker == 0xEE && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' && b[3] == 'b' &&
+             b[4] == 'e') {
     adobeSeen = 1;
     adobeTransform = b[11];
   }
@@ -283,7 +283,14 @@ int Decoder::Input_ReadMarkers0(Decoder* d) {
     unsigned marker = d->unreadMarker;
     switch (marker) {
       case 0x01:
-      case 0xD0: case 0xD1: case 0xD2: case 0xD3: case 0xD4: case 0xD5: case 0xD6: case 0xD7:
+      case 0xD0:
+      case 0xD1:
+      case 0xD2:
+      case 0xD3:
+      case 0xD4:
+      case 0xD5:
+      case 0xD6:
+      case 0xD7:
         break;
       case 0xC0:
       case 0xC1:
@@ -296,15 +303,37 @@ int Decoder::Input_ReadMarkers0(Decoder* d) {
         for (uint32_t i = 0; i < d->componentCount * 64; ++i) d->coefBits[i] = -1;
         break;
       }
-      case 0xC3: case 0xC5: case 0xC6: case 0xC7: case 0xC8: case 0xC9: case 0xCA: case 0xCB:
-      case 0xCD: case 0xCE: case 0xCF:
+      case 0xC3:
+      case 0xC5:
+      case 0xC6:
+      case 0xC7:
+      case 0xC8:
+      case 0xC9:
+      case 0xCA:
+      case 0xCB:
+      case 0xCD:
+      case 0xCE:
+      case 0xCF:
         kau::Throw(kSiteUnsupportedSOF);
       case 0xC4:
         d->GetDHT();
         break;
-      case 0xCC: case 0xDC:
-      case 0xE2: case 0xE3: case 0xE4: case 0xE5: case 0xE6: case 0xE7: case 0xE8: case 0xE9:
-      case 0xEA: case 0xEB: case 0xEC: case 0xED: case 0xEF: case 0xFE:
+      case 0xCC:
+      case 0xDC:
+      case 0xE2:
+      case 0xE3:
+      case 0xE4:
+      case 0xE5:
+      case 0xE6:
+      case 0xE7:
+      case 0xE8:
+      case 0xE9:
+      case 0xEA:
+      case 0xEB:
+      case 0xEC:
+      case 0xED:
+      case 0xEF:
+      case 0xFE:
         d->SkipVariable();
         break;
       case 0xD8:
@@ -325,7 +354,8 @@ int Decoder::Input_ReadMarkers0(Decoder* d) {
       case 0xDD:
         d->GetDRI();
         break;
-      case 0xE0: case 0xEE:
+      case 0xE0:
+      case 0xEE:
         d->GetAPPn();
         break;
       case 0xE1:

@@ -1,4 +1,4 @@
-// Input reader and marker reader (Part 4.1).
+// Input reader and marker reader.
 #ifndef KJ_D_KJ_DINPUT_H
 #define KJ_D_KJ_DINPUT_H
 
