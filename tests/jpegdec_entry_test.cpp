@@ -359,7 +359,7 @@ TEST(Failures, EveryEntryPointReturnsZeroWithItsLine) {
     if (c.failSize != 0) kau::mem::SetExternalNewAndDelete(FailingNew, std::free);
     std::string out;
     const int result = Captured([&] { return c.call(&image); }, &out);
-    kau::mem::SetExternalNewAndDelete(std::malloc, std::free);
+    kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
     EXPECT_EQ(result, 0);
     EXPECT_EQ(out, c.printed);
     // The record is left as it was.
