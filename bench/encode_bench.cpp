@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "kiu/MMPageArrayStream.h"
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
 #include "kj.e/CJPGE.h"
@@ -58,18 +59,7 @@ std::vector<unsigned char> I420(const std::vector<unsigned char>& rgbx) {
   return out;
 }
 
-MMStream* NewPageStream() {
-  MMPageArrayStreamRegistered();
-  MMAttri records[2];
-  records[0].id = mmIdData;
-  records[0].tag = MMAttriTagAny;
-  records[0].value.pointer = nullptr;
-  records[0].length = 0;
-  MMAttriFromU32(&records[1], mmIdPageSize, 4096);
-  MMStream* stream = MMStreamNew(records, 2);
-  if (stream != nullptr) MMStreamPlay(stream);
-  return stream;
-}
+MMStream* NewPageStream() { return MMPageArrayStream::NewReady(4096); }
 
 void Ours(benchmark::State& state, std::vector<unsigned char> pixels, kiu::Format in) {
   STImageSimple image{};

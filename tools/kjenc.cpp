@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "kiu/MMPageArrayStream.h"
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
 #include "kj.e/CJPGE.h"
@@ -129,15 +130,8 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  MMPageArrayStreamRegistered();
-  MMAttri records[2];
-  records[0].id = mmIdData;
-  records[0].tag = MMAttriTagAny;
-  records[0].value.pointer = nullptr;
-  records[0].length = 0;
-  MMAttriFromU32(&records[1], mmIdPageSize, 4096);
-  MMStream* stream = MMStreamNew(records, 2);
-  if (stream == nullptr || MMStreamPlay(stream) != 1) {
+  MMStream* stream = MMPageArrayStream::NewReady(4096);
+  if (stream == nullptr) {
     std::fprintf(stderr, "kjenc: no page-array stream\n");
     MMStreamDelete(&stream);
     return 1;

@@ -15,6 +15,15 @@ MMStream* MMPageArrayStream::New(const MMAttri* records, unsigned int count) {
   return new MMPageArrayStream(records, count);
 }
 
+MMStream* MMPageArrayStream::NewReady(uint32_t pageSize) {
+  MMAttri records[2];
+  MMAttriFromAny(&records[0], mmIdData, nullptr, 0);  // selects the class; never read
+  MMAttriFromU32(&records[1], mmIdPageSize, pageSize);
+  MMStream* stream = MMStreamNew(records, 2);
+  if (stream != nullptr && MMStreamReady(stream) == 0) MMStreamDelete(&stream);
+  return stream;
+}
+
 MMPageArrayStream::~MMPageArrayStream() { Null(); }
 
 int MMPageArrayStream::Ready() {

@@ -20,6 +20,10 @@ class MMPageArrayStream : public MMStream {
   int Size(unsigned long& size) override;
   int Tell(unsigned long& position) override;
 
+  // A ready page-array stream chosen through the registry, as the encoder's
+  // callers and the decoder's feeding object use it; null on failure.
+  static MMStream* NewReady(uint32_t pageSize);
+
   // The stored bytes, for callers that copy them out whole (the elements).
   const kau::PageArray* Pages() const { return pages_; }
 

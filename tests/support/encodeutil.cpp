@@ -1,21 +1,11 @@
 #include "support/encodeutil.h"
 
+#include "kiu/MMPageArrayStream.h"
 #include "kj.e/CJPGE.h"
 
 namespace keltest {
 
-MMStream* NewPageStream() {
-  MMPageArrayStreamRegistered();
-  MMAttri records[2];
-  records[0].id = mmIdData;
-  records[0].tag = MMAttriTagAny;
-  records[0].value.pointer = nullptr;
-  records[0].length = 0;
-  MMAttriFromU32(&records[1], mmIdPageSize, 4096);
-  MMStream* stream = MMStreamNew(records, 2);
-  if (stream != nullptr && MMStreamPlay(stream) != 1) MMStreamDelete(&stream);
-  return stream;
-}
+MMStream* NewPageStream() { return MMPageArrayStream::NewReady(4096); }
 
 Bytes StreamBytes(MMStream* stream) {
   unsigned long size = 0;

@@ -1,6 +1,7 @@
 #include "kj.d/kj.dfeed.h"
 
 #include "kau/kau.h"
+#include "kiu/MMPageArrayStream.h"
 
 namespace kjd {
 namespace {
@@ -52,13 +53,7 @@ MMStream* Input::Construct() {
   toSkip_ = 0;
   state_ = kScanning;
   endOfImage_ = 0;
-  // The data attribute only selects the page-array stream; it is never read.
-  static const unsigned char kUnused = 0;
-  MMAttri records[2];
-  MMAttriFromAny(&records[0], mmIdData, const_cast<unsigned char*>(&kUnused), 1);
-  MMAttriFromU32(&records[1], mmIdPageSize, kPageSize);
-  MMStream* stream = MMStreamNew(records, 2);
-  if (stream != nullptr && MMStreamReady(stream) == 0) MMStreamDelete(&stream);
+  MMStream* stream = MMPageArrayStream::NewReady(kPageSize);
   stream_ = stream;
   return stream_;
 }
