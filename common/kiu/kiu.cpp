@@ -25,10 +25,8 @@ constexpr ColorTables BuildColorTables() {
   return t;
 }
 
-constexpr struct RangeLimit {
-  unsigned char bytes[kRangeLimitBytes + 1];
-} kRangeLimit = [] {
-  RangeLimit r{};
+constexpr RangeLimitTable BuildRangeLimit() {
+  RangeLimitTable r{};
   unsigned char* at = r.bytes + 256;
   for (int i = 0; i < 256; ++i) at[i] = static_cast<unsigned char>(i);
   for (int i = 256; i < 640; ++i) at[i] = 255;
@@ -36,14 +34,15 @@ constexpr struct RangeLimit {
   for (int i = 0; i < 128; ++i) at[1024 + i] = static_cast<unsigned char>(i);
   r.bytes[kRangeLimitBytes] = 1;  // built
   return r;
-}();
+}
 
 }  // namespace
 
 // Constant-initialised: complete before any dynamic initialiser of any
 // translation unit runs, so pointers derived from these need no ordering.
 constexpr ColorTables colorTables = BuildColorTables();
-const unsigned char* const ubyteRangeLimit = kRangeLimit.bytes + 256;
+constexpr RangeLimitTable rangeLimitTable = BuildRangeLimit();
+const unsigned char* const ubyteRangeLimit = rangeLimitTable.bytes + 256;
 
 void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y) {
   const ColorTables& t = colorTables;

@@ -54,9 +54,14 @@ struct ColorTables {
 };
 extern const ColorTables colorTables;
 
-// Pointer to byte 256 of the 1408-byte clamp table (followed by its "built"
-// flag byte): valid indices are -256 to 1151.
+// The 1408-byte clamp table, followed by its "built" flag byte, and the
+// pointer to its byte 256: valid indices are -256 to 1151. Pointers derived
+// from the table's address (the decoder's IDCT limit) are constant-initialised.
 constexpr int kRangeLimitBytes = 1408;
+struct RangeLimitTable {
+  unsigned char bytes[kRangeLimitBytes + 1];
+};
+extern const RangeLimitTable rangeLimitTable;
 extern const unsigned char* const ubyteRangeLimit;
 
 // Per-pixel RGB to YCbCr; the tables keep every result within 0..255.

@@ -42,7 +42,9 @@ const int32_t Decoder::jpegNaturalOrder[80] = {
 
 // kiu::ubyteRangeLimit is constant-initialised, so this dynamic initialiser
 // always sees it.
-const unsigned char* const Decoder::idctRangeLimit = kiu::ubyteRangeLimit + 128;
+// Derived from the table's address, not from the pointer, so that it is
+// constant-initialised too and no start-up order matters.
+const unsigned char* const Decoder::idctRangeLimit = kiu::rangeLimitTable.bytes + 256 + 128;
 
 Decoder::Decoder(const unsigned char* data, unsigned long size, unsigned char alpha) {
   try {
