@@ -154,20 +154,4 @@ TEST_F(Robust, FillBytesAndAMissingEoiChangeNothing) {
     EXPECT_TRUE(keltest::DecodePlanes(variant)[0].samples == expected);
 }
 
-// A single-scan image is decoded through the MCU buffer with no whole-image
-// store, a multi-scan one gets the stores; memory input that already ends in
-// EOI is read in place.
-TEST_F(Robust, OnlyMultiScanImagesGetWholeImageStores) {
-  for (const char* args : {"-sample 2x2", "-sample 2x2 -progressive"}) {
-    const Bytes jpeg = keltest::MakeJpeg(64, 48, 3, 5, args);
-    kjd::Decoder d(jpeg.data(), jpeg.size(), 255);
-    EXPECT_EQ(d.inputEnd, jpeg.data() + jpeg.size());
-    keltest::DecodePlanes(d);
-    const bool single = std::strstr(args, "progressive") == nullptr;
-    EXPECT_EQ(d.singleScan, single);
-    EXPECT_EQ(d.mcuBuffer != nullptr, single);
-    for (uint32_t i = 0; i < d.componentCount; ++i) EXPECT_EQ(d.components[i].wholeImage == nullptr, single);
-  }
-}
-
 }  // namespace

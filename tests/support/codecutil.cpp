@@ -1,6 +1,7 @@
 // Our decoder and encoder in memory, and the TurboJPEG peer.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <memory>
 
 #include "kiu/MMPageArrayStream.h"
@@ -42,15 +43,9 @@ ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)
   } catch (const kau::Error& e) {
     site.outer = std::string(e.FileName()) + ":" + std::to_string(e.Position());
     // The constructor printed "\n?!exception@ FILE +LINE !?\n\n\n" for the first error.
-    const std::string printed = testing::internal::GetCapturedStdout();
-    const size_t at = printed.find("?!exception@ "), plus = printed.find(" +", at),
-                 end = printed.find(" !?", plus);
-    if (at == std::string::npos || plus == std::string::npos || end == std::string::npos) {
-      site.file = "?unparsed: " + printed;
-      return site;
-    }
-    site.file = printed.substr(at + 13, plus - at - 13);
-    site.line = std::stoi(printed.substr(plus + 2, end - plus - 2));
+    char file[256] = "?unparsed";
+    std::sscanf(testing::internal::GetCapturedStdout().c_str(), "\n?!exception@ %255s +%d", file, &site.line);
+    site.file = file;
     return site;
   }
   try {
@@ -99,7 +94,8 @@ bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::str
     dst[i] = buffers[i].data();
   }
   if (tjDecompressToYUVPlanes(peer.handle, jpeg.data(), static_cast<unsigned long>(jpeg.size()), dst,
-                              peer.width, strides, peer.height, TJFLAG_ACCURATEDCT) != 0)
+                              peer.width, strides, peer.height,
+                              TJFLAG_ACCURATEDCT | TJFLAG_STOPONWARNING) != 0)
     return peer.Fail(why);
   // Visible area from the sampling factors: TurboJPEG names them by subsamp.
   const int hmax = tjMCUWidth[peer.subsamp] / 8, vmax = tjMCUHeight[peer.subsamp] / 8;
@@ -176,33 +172,6 @@ Bytes ToPacked4(const Bytes& rgb, uint8_t filler) {
   Bytes out;
   for (size_t i = 0; i + 2 < rgb.size(); i += 3)
     out.insert(out.end(), {rgb[i], rgb[i + 1], rgb[i + 2], filler});
-  return out;
-}
-
-Bytes ToPaddedI420(const Bytes& rgb, int width, int height) {
-  const int pw = (width + 3) / 4 * 4, ph = (height + 1) / 2 * 2;
-  const int cs = (pw + 7) / 8 * 8 / 2, ch = ph / 2;
-  Bytes out(static_cast<size_t>(pw) * ph + 2 * static_cast<size_t>(cs) * ch, 0);
-  auto pixel = [&](int x, int y, int c) {
-    return int{rgb[(static_cast<size_t>(std::min(y, height - 1)) * width + std::min(x, width - 1)) * 3 + c]};
-  };
-  // Integer BT.601 full range, rounded; any fixed rule will do for tests.
-  for (int y = 0; y < ph; ++y)
-    for (int x = 0; x < pw; ++x)
-      out[static_cast<size_t>(y) * pw + x] = static_cast<uint8_t>(
-          (19595 * pixel(x, y, 0) + 38470 * pixel(x, y, 1) + 7471 * pixel(x, y, 2) + 32768) >> 16);
-  uint8_t* cb = out.data() + static_cast<size_t>(pw) * ph;
-  uint8_t* cr = cb + static_cast<size_t>(cs) * ch;
-  for (int y = 0; y < ch; ++y) {
-    for (int x = 0; x < cs; ++x) {
-      const int sx = 2 * x < pw ? 2 * x : pw - 2, sy = 2 * y;
-      const int r = pixel(sx, sy, 0), g = pixel(sx, sy, 1), b = pixel(sx, sy, 2);
-      cb[static_cast<size_t>(y) * cs + x] =
-          static_cast<uint8_t>((-11059 * r - 21709 * g + 32768 * b + 8421375) >> 16);
-      cr[static_cast<size_t>(y) * cs + x] =
-          static_cast<uint8_t>((32768 * r - 27439 * g - 5329 * b + 8421375) >> 16);
-    }
-  }
   return out;
 }
 

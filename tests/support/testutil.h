@@ -72,7 +72,8 @@ ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)
 
 // The peer's planes (accurate DCT) cut to each component's visible area, and
 // its pixels (accurate DCT, chroma repeated; CMYK bytes with `cmyk`). False
-// with `why` when the peer is absent or refuses the file.
+// with `why` when the peer is absent or refuses the file (the planes also
+// on a mere warning).
 bool PeerPlanes(const Bytes& jpeg, std::vector<ComponentPlane>* planes, std::string* why);
 bool PeerRgb(const Bytes& jpeg, Bytes* rgb, int* width, int* height, std::string* why, bool cmyk = false);
 
@@ -91,10 +92,6 @@ EncodeResult Encode(Bytes pixels, uint32_t width, uint32_t height, int quality, 
 Bytes StreamBytes(MMStream* stream);
 // RGB triples to 4-byte pixels (fourth byte `filler`).
 Bytes ToPacked4(const Bytes& rgb, uint8_t filler);
-// RGB triples to I420 in the encoder's padded layout (luma stride width
-// rounded to 4, chroma stride that rounded to 8 and halved, height rounded
-// to 2); padding repeats the edge.
-Bytes ToPaddedI420(const Bytes& rgb, int width, int height);
 
 }  // namespace keltest
 
