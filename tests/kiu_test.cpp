@@ -170,17 +170,11 @@ TEST(PeerTurboJpeg, RgbToYuvMatchesThePeersForwardTransform) {
 
 #endif  // KEL_HAVE_TURBOJPEG
 
-TEST(ColorSpaceFrom, NamesEveryFormatIgnoringCase) {
-  const char* names[] = {"abgr", "argb", "bgr",  "bgra", "rgb",  "rgba", "yuv",  "yvu",  "uvy",
-                         "uyv",  "vuy",  "vyu",  "yzuv", "yzvu", "yuvz", "yuzv", "yvuz", "yvzu",
-                         "zyuv", "zyvu", "zuvy", "zuyv", "zvuy", "zvyu", "uyzv", "uyvz", "uzvy",
-                         "uzyv", "uvzy", "uvyz", "vyuz", "vyzu", "vuzy", "vuyz", "vzuy", "vzyu"};
-  const int codes[] = {8, 9, 10, 11, 12, 13, 16, 17, 18, 19, 20, 21};  // then 32..55 in order
-  for (int i = 0; i < 36; ++i)
-    EXPECT_EQ(kiu::ColorSpaceFrom(names[i]), i < 12 ? codes[i] : 32 + i - 12) << names[i];
-  const std::pair<const char*, int> more[] = {{"i420", 64}, {"cmyk", 128}, {"ycck", 256}, {"RGBA", 13},
-                                              {"Rgb", 12},  {"I420", 64},  {"YcCk", 256}};
-  for (const auto& [name, code] : more) EXPECT_EQ(kiu::ColorSpaceFrom(name), code) << name;
+TEST(ColorSpaceFrom, NamesFormatsIgnoringCase) {
+  const std::pair<const char*, int> names[] = {
+      {"abgr", 8},  {"rgba", 13},  {"yuv", 16},   {"vyu", 21},  {"yzuv", 32}, {"uvyz", 49}, {"vzyu", 55},
+      {"i420", 64}, {"cmyk", 128}, {"ycck", 256}, {"RGBA", 13}, {"Rgb", 12},  {"I420", 64}, {"YcCk", 256}};
+  for (const auto& [name, code] : names) EXPECT_EQ(kiu::ColorSpaceFrom(name), code) << name;
 }
 
 TEST(ColorSpaceFrom, RejectsWithTheDocumentedSites) {
