@@ -90,12 +90,7 @@ TEST(Feed, BadPushesThrowAtTheirSites) {
   } cases[] = {{false, &b, 1}, {true, nullptr, 1}, {true, &b, 0}};
   for (auto& c : cases) {
     if (c.construct) input.Construct();
-    try {
-      input.Push(c.data, c.size);
-      ADD_FAILURE();
-    } catch (const kau::Error& e) {
-      EXPECT_EQ(e.FileName() + (":" + std::to_string(e.Position())), keltest::kDecDir + "kj.dinput:746");
-    }
+    EXPECT_EQ(keltest::ThrownAt([&] { input.Push(c.data, c.size); }), keltest::kDecDir + "kj.dinput:746");
     input.Destruct();
   }
   testing::internal::CaptureStdout();

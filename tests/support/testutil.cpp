@@ -22,6 +22,15 @@ std::string Line(const std::string& file, int line) {
   return "\n?!exception@ " + file + " +" + std::to_string(line) + " !?\n\n\n";
 }
 
+std::string ThrownAt(const std::function<void()>& fn) {
+  try {
+    fn();
+  } catch (const kau::Error& e) {
+    return e.FileName() + (":" + std::to_string(e.Position()));
+  }
+  return "none";
+}
+
 std::string TempPath(const std::string& name) {
   const char* base = std::getenv("KEL_TEST_TMP");
   std::string dir = base != nullptr ? base : "/tmp/keljpeg-tests";

@@ -22,6 +22,9 @@ extern const std::string kDecDir, kEncDir;
 // What the code prints for an error at `file` +`line`.
 std::string Line(const std::string& file, int line);
 
+// "file:line" of the kau::Error `fn` throws, "none" when it returns.
+std::string ThrownAt(const std::function<void()>& fn);
+
 // A fresh path under the test's temporary directory.
 std::string TempPath(const std::string& name);
 Bytes ReadFile(const std::string& path);
