@@ -20,19 +20,6 @@ MMAttri Owned(const char* id, const char* text) {
   return r;
 }
 
-TEST(Attributes, BuildersRejectWhatIsInvalid) {
-  MMAttri r, untouched;
-  std::memset(&untouched, 0x33, sizeof untouched);
-  r = untouched;
-  int x = 0;
-  EXPECT_EQ(MMAttriFromAny(&r, mmIdData, &x, 0), nullptr);
-  EXPECT_EQ(MMAttriFromAny(&r, mmIdData, nullptr, 4), nullptr);
-  EXPECT_EQ(std::memcmp(&r, &untouched, sizeof r), 0);
-  EXPECT_EQ(MMAttriFromAny(&r, nullptr, &x, 4), nullptr);
-  EXPECT_EQ(MMAttriFromAny(nullptr, mmIdData, &x, 4), nullptr);
-  EXPECT_EQ(MMAttriFromTag(&r, mmIdWidth, MMAttriTagNone), nullptr);
-}
-
 // Each path frees a buffer exactly once; ASan/LSan runs catch a double free
 // or a leak, and the visible ownership marks are checked here.
 TEST(Attributes, OwnedBuffersAreReleasedExactlyOnce) {
