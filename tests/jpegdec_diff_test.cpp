@@ -1,161 +1,232 @@
-// Differential test of the decoder core: for every file of a corpus made at
-// test time with cjpeg/jpegtran, the component planes our inverse DCT writes
-// at full scale equal TurboJPEG's raw YUV planes (accurate DCT) byte for byte
-// over the visible area.
+// Differential tests of the decoder over a corpus made at test time with
+// cjpeg/jpegtran. The component planes our inverse DCT writes at full scale
+// equal TurboJPEG's raw planes (accurate DCT) byte for byte over the visible
+// area. DecodeJPG (memory, byte-stream and file-stream forms) gives the
+// peer's RGB (accurate DCT, chroma repeated) plus the alpha byte, and
+// jpdyuv::DecodeJPG gives the peer's YCbCr planes on the direct path or the
+// per-pixel conversion of those pixels otherwise, packed and as I420.
 #include <gtest/gtest.h>
 
-#include <sstream>
-#include <string>
-#include <vector>
+#include <cstdio>
 
-#include "support/jpegdec_util.h"
+#include "kau/kau.h"
+#include "kj.d/CJPGD.h"
+#include "kj.d/jpdyuv.h"
 #include "support/testutil.h"
 
 namespace {
 
+using keltest::Bytes;
+
+constexpr unsigned kAlpha = 0x5A;
+
 struct Case {
-  std::string name;
-  int width;
-  int height;
-  int channels;
+  int width, height;
   std::string args;
-  std::string scans;         // scan script for @SCANS@
-  std::string jpegtranArgs;  // optional second step
-  bool general = false;      // force the general single-scan controller
+  std::string scans = "";         // scan script for @SCANS@
+  std::string jpegtranArgs = "";  // optional second step
+  bool general = false;           // force the general single-scan controller
+  std::vector<int> ids = {};      // when set: APPn dropped, these component ids
+  std::string name = "";
 };
 
 // Successive approximation down to Al 0 for every coefficient.
 const char* kScans3 =
-    "0,1,2: 0-0, 0, 1 ;\n"
-    "0: 1-5, 0, 2 ;\n"
-    "2: 1-63, 0, 1 ;\n"
-    "1: 1-63, 0, 1 ;\n"
-    "0: 6-63, 0, 2 ;\n"
-    "0: 1-63, 2, 1 ;\n"
-    "0,1,2: 0-0, 1, 0 ;\n"
-    "2: 1-63, 1, 0 ;\n"
-    "1: 1-63, 1, 0 ;\n"
-    "0: 1-63, 1, 0 ;\n";
+    "0,1,2: 0-0, 0, 1 ;\n0: 1-5, 0, 2 ;\n2: 1-63, 0, 1 ;\n1: 1-63, 0, 1 ;\n0: 6-63, 0, 2 ;\n"
+    "0: 1-63, 2, 1 ;\n0,1,2: 0-0, 1, 0 ;\n2: 1-63, 1, 0 ;\n1: 1-63, 1, 0 ;\n0: 1-63, 1, 0 ;\n";
 const char* kScans1 =
-    "0: 0-0, 0, 2 ;\n"
-    "0: 1-9, 0, 3 ;\n"
-    "0: 10-63, 0, 1 ;\n"
-    "0: 1-9, 3, 2 ;\n"
-    "0: 0-0, 2, 1 ;\n"
-    "0: 1-9, 2, 1 ;\n"
-    "0: 0-0, 1, 0 ;\n"
-    "0: 10-63, 1, 0 ;\n"
-    "0: 1-9, 1, 0 ;\n";
+    "0: 0-0, 0, 2 ;\n0: 1-9, 0, 3 ;\n0: 10-63, 0, 1 ;\n0: 1-9, 3, 2 ;\n0: 0-0, 2, 1 ;\n"
+    "0: 1-9, 2, 1 ;\n0: 0-0, 1, 0 ;\n0: 10-63, 1, 0 ;\n0: 1-9, 1, 0 ;\n";
 // Sequential, several scans (multi-scan controllers, dequantised while decoding).
 const char* kSeq3 = "0: 0-63, 0, 0 ;\n1,2: 0-63, 0, 0 ;\n";
 const char* kSeq3Separate = "2: 0-63, 0, 0 ;\n0: 0-63, 0, 0 ;\n1: 0-63, 0, 0 ;\n";
+const char* kSamplings[] = {"-sample 1x1", "-sample 2x1", "-sample 2x2",
+                            "-sample 4x1", "-sample 1x2", "-grayscale"};
 
 std::vector<Case> Corpus() {
   std::vector<Case> cases;
-  struct Size {
-    int w, h;
-  };
-  const Size sizes[] = {{1, 1}, {7, 9}, {17, 9}, {101, 75}};
-  const struct {
-    const char* name;
-    const char* args;
-    int channels;
-  } samplings[] = {{"444", "-sample 1x1", 3}, {"422", "-sample 2x1", 3}, {"420", "-sample 2x2", 3},
-                   {"411", "-sample 4x1", 3}, {"440", "-sample 1x2", 3}, {"grey", "-grayscale", 1}};
-  for (const Size& s : sizes) {
-    for (const auto& smp : samplings) {
-      const std::string base = std::to_string(s.w) + "x" + std::to_string(s.h) + "_" + smp.name;
-      cases.push_back({base + "_baseline_q75", s.w, s.h, smp.channels,
-                       std::string("-baseline -quality 75 ") + smp.args, "", ""});
-      cases.push_back({base + "_progressive_q80", s.w, s.h, smp.channels,
-                       std::string("-progressive -quality 80 ") + smp.args, "", ""});
-    }
-  }
+  for (auto [w, h] : {std::pair{1, 1}, {2, 2}, {7, 9}, {17, 9}, {101, 75}})
+    for (std::string s : kSamplings)
+      for (const char* mode : {"-baseline ", "-progressive -quality 80 ", "-restart 2 "})
+        cases.push_back({w, h, mode + s});
   // Qualities 1..100, with 16-bit quantisation tables (SOF1) at low quality.
-  for (int q : {1, 5, 10, 25, 50, 90, 95, 100}) {
-    cases.push_back({"101x75_420_extended_q" + std::to_string(q), 101, 75, 3,
-                     "-quality " + std::to_string(q) + " -sample 2x2", "", ""});
-  }
-  cases.push_back({"101x75_420_baseline_q1", 101, 75, 3, "-baseline -quality 1 -sample 2x2", "", ""});
-  cases.push_back({"101x75_grey_extended_q2", 101, 75, 1, "-quality 2 -grayscale", "", ""});
-  cases.push_back(
-      {"101x75_444_extended_q3_progressive", 101, 75, 3, "-quality 3 -sample 1x1 -progressive", "", ""});
+  for (int q : {1, 5, 10, 25, 50, 90, 95, 100})
+    cases.push_back({101, 75, "-sample 2x2 -quality " + std::to_string(q)});
   // Restart intervals in MCUs and in MCU rows.
-  for (const char* r : {"1", "3", "7", "1B", "2B"}) {
-    cases.push_back({std::string("101x75_420_restart") + r, 101, 75, 3,
-                     std::string("-quality 85 -sample 2x2 -restart ") + r, "", ""});
-  }
-  cases.push_back({"101x75_grey_restart5", 101, 75, 1, "-grayscale -restart 5", "", ""});
-  cases.push_back({"101x75_411_restart2", 101, 75, 3, "-sample 4x1 -restart 2", "", ""});
-  cases.push_back(
-      {"101x75_420_progressive_restart2", 101, 75, 3, "-progressive -sample 2x2 -restart 2", "", ""});
-  cases.push_back(
-      {"101x75_420_progressive_restart1B", 101, 75, 3, "-progressive -sample 2x2 -restart 1B", "", ""});
-  // Optimised Huffman tables.
-  cases.push_back({"101x75_420_optimize", 101, 75, 3, "-optimize -sample 2x2", "", ""});
-  cases.push_back({"101x75_422_optimize_q95", 101, 75, 3, "-optimize -quality 95 -sample 2x1", "", ""});
-  cases.push_back({"101x75_grey_optimize", 101, 75, 1, "-optimize -grayscale", "", ""});
+  for (const char* r : {"1", "3", "7", "1B", "2B"})
+    cases.push_back({101, 75, std::string("-sample 2x2 -restart ") + r});
   // Custom progressive scripts with refinement to Al 0 everywhere.
-  for (const auto& smp : samplings) {
-    if (smp.channels != 3) continue;
-    cases.push_back({std::string("101x75_") + smp.name + "_scans", 101, 75, 3,
-                     std::string("-scans @SCANS@ ") + smp.args, kScans3, ""});
+  for (std::string s : kSamplings)
+    if (s != "-grayscale") cases.push_back({101, 75, "-scans @SCANS@ " + s, kScans3});
+  // RGB without colour transform: Adobe transform 0, and bare 'R','G','B' ids.
+  for (auto [w, h] : {std::pair{17, 9}, {101, 75}}) {
+    for (const char* args : {"-rgb", "-rgb -progressive -sample 2x2"}) cases.push_back({w, h, args});
+    for (const char* args : {"-rgb", "-rgb -progressive"})
+      cases.push_back({w, h, args, "", "", false, {'R', 'G', 'B'}});
   }
-  cases.push_back({"17x9_420_scans", 17, 9, 3, "-scans @SCANS@ -sample 2x2", kScans3, ""});
-  cases.push_back({"101x75_grey_scans", 101, 75, 1, "-grayscale -scans @SCANS@", kScans1, ""});
-  cases.push_back(
-      {"101x75_420_scans_restart3", 101, 75, 3, "-scans @SCANS@ -sample 2x2 -restart 3", kScans3, ""});
-  // Sequential images with several scans.
-  cases.push_back({"101x75_420_seqscans", 101, 75, 3, "-scans @SCANS@ -sample 2x2", kSeq3, ""});
-  cases.push_back({"101x75_444_seqscans_separate", 101, 75, 3, "-scans @SCANS@ -sample 1x1 -quality 2",
-                   kSeq3Separate, ""});
-  cases.push_back(
-      {"17x9_411_seqscans_restart1", 17, 9, 3, "-scans @SCANS@ -sample 4x1 -restart 1", kSeq3Separate, ""});
-  // Through jpegtran.
-  cases.push_back(
-      {"101x75_420_jpegtran_progressive", 101, 75, 3, "-sample 2x2", "", "-progressive -optimize"});
-  cases.push_back({"101x75_422_jpegtran_restart", 101, 75, 3, "-sample 2x1", "", "-restart 4"});
-  // The general single-scan controller on layouts that have a specialised one.
-  for (const auto& smp : samplings) {
-    if (smp.channels != 3 || std::string(smp.name) == "411" || std::string(smp.name) == "440") continue;
-    Case c{std::string("101x75_") + smp.name + "_general", 101, 75, 3,
-           std::string("-restart 3 ") + smp.args,          "",  ""};
-    c.general = true;
-    cases.push_back(c);
+  const Case more[] = {
+      {101, 75, "-baseline -quality 1 -sample 2x2"},
+      {101, 75, "-quality 2 -grayscale"},
+      {101, 75, "-quality 3 -sample 1x1 -progressive"},
+      {101, 75, "-grayscale -restart 5"},
+      {101, 75, "-sample 4x1 -restart 2"},
+      {101, 75, "-progressive -sample 2x2 -restart 2"},
+      {101, 75, "-progressive -sample 2x2 -restart 1B"},
+      {101, 75, "-optimize -sample 2x2"},
+      {101, 75, "-optimize -quality 95 -sample 2x1"},
+      {101, 75, "-optimize -grayscale"},
+      {17, 9, "-scans @SCANS@ -sample 2x2", kScans3},
+      {101, 75, "-grayscale -scans @SCANS@", kScans1},
+      {101, 75, "-scans @SCANS@ -sample 2x2 -restart 3", kScans3},
+      {101, 75, "-scans @SCANS@ -sample 2x2", kSeq3, "", false, {}, "seqscans"},
+      {101, 75, "-scans @SCANS@ -sample 1x1 -quality 2", kSeq3Separate, "", false, {}, "seqscans"},
+      {17, 9, "-scans @SCANS@ -sample 4x1 -restart 1", kSeq3Separate, "", false, {}, "seqscans"},
+      {101, 75, "-sample 2x2", "", "-progressive -optimize"},
+      {101, 75, "-sample 2x1", "", "-restart 4"},
+      // The general single-scan controller on layouts that have a specialised one.
+      {101, 75, "-restart 3 -sample 1x1", "", "", true},
+      {101, 75, "-restart 3 -sample 2x1", "", "", true},
+      {101, 75, "-restart 3 -sample 2x2", "", "", true},
+      {101, 75, "-restart 3 -grayscale", "", "", true},
+      {1000, 600, "-baseline -quality 85 -sample 2x2"},
+      {1000, 600, "-progressive -quality 90 -sample 2x1 -restart 9"},
+      {101, 75, "-sample 2x2", "", "", false, {1, 2, 3}},  // ids 1, 2, 3 without JFIF: still YCbCr
+      {4095, 3, "-sample 2x2"},
+      {3, 4097, "-progressive -sample 2x1"},
+  };
+  cases.insert(cases.end(), std::begin(more), std::end(more));
+  for (Case& c : cases) {
+    std::string ids = c.ids.empty() ? "" : " ids";
+    for (int id : c.ids) ids += " " + std::to_string(id);
+    c.name = keltest::Slug(std::to_string(c.width) + "x" + std::to_string(c.height) + c.args + " " + c.name +
+                           " " + c.jpegtranArgs + (c.general ? " general" : "") + ids);
   }
-  // Two big ones.
-  cases.push_back({"1000x600_420_baseline_q85", 1000, 600, 3, "-baseline -quality 85 -sample 2x2", "", ""});
-  cases.push_back({"1000x600_422_progressive_q90", 1000, 600, 3,
-                   "-progressive -quality 90 -sample 2x1 -restart 9", "", ""});
   return cases;
 }
 
 void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
-class DecoderDiff : public testing::TestWithParam<Case> {};
+class DecoderDiff : public testing::TestWithParam<Case> {
+ protected:
+  void SetUp() override {
+    const Case& c = GetParam();
+    if (!keltest::HaveTool("cjpeg") || !keltest::HaveTool("jpegtran")) GTEST_SKIP() << "no cjpeg/jpegtran";
+    const int channels = c.args.find("-grayscale") != std::string::npos ? 1 : 3;
+    jpeg = keltest::MakeJpeg(c.width, c.height, channels, 7u + c.width, c.args, c.scans, c.jpegtranArgs);
+    ASSERT_FALSE(jpeg.empty());
+    if (!c.ids.empty()) jpeg = keltest::RewriteMarkers(jpeg, c.ids);
+  }
+  Bytes jpeg;
+};
 
 TEST_P(DecoderDiff, PlanesMatchPeer) {
-  const Case& c = GetParam();
-  if (!keltest::HaveTool("cjpeg") || !keltest::HaveTool("jpegtran")) GTEST_SKIP() << "no cjpeg/jpegtran";
-  keltest::Bytes jpeg =
-      keltest::MakeJpeg(c.width, c.height, c.channels, 7u + c.width, c.args, c.scans, c.jpegtranArgs);
-  ASSERT_FALSE(jpeg.empty()) << "corpus file not made: cjpeg " << c.args;
   std::vector<keltest::ComponentPlane> peer;
   std::string why;
   if (!keltest::PeerPlanes(jpeg, &peer, &why)) GTEST_SKIP() << "peer: " << why;
-  std::vector<keltest::ComponentPlane> ours = keltest::DecodePlanes(jpeg, 8, !c.general);
+  const auto ours = keltest::DecodePlanes(jpeg, 8, !GetParam().general);
   ASSERT_EQ(ours.size(), peer.size());
   for (size_t i = 0; i < ours.size(); ++i) {
-    ASSERT_EQ(ours[i].width, peer[i].width) << "component " << i;
-    ASSERT_EQ(ours[i].height, peer[i].height) << "component " << i;
-    size_t mismatches = 0, first = 0;
-    for (size_t k = 0; k < ours[i].samples.size(); ++k) {
-      if (ours[i].samples[k] != peer[i].samples[k] && mismatches++ == 0) first = k;
-    }
-    EXPECT_EQ(mismatches, 0u) << "component " << i << ": first at x=" << first % ours[i].width
-                              << " y=" << first / ours[i].width << " ours " << int(ours[i].samples[first])
-                              << " peer " << int(peer[i].samples[first]);
+    ASSERT_EQ(ours[i].width, peer[i].width);
+    ASSERT_EQ(ours[i].height, peer[i].height);
+    EXPECT_TRUE(ours[i].samples == peer[i].samples) << "component " << i;
   }
+}
+
+struct Picture {
+  STImageSimple image{};
+  ~Picture() { kau::mem::Delete(image.data); }
+  Bytes Data(size_t n) const { return image.data == nullptr ? Bytes() : Bytes(image.data, image.data + n); }
+};
+
+// DecodeJPG through a stream made from `rec`.
+Bytes FromStream(MMAttri* rec, size_t n) {
+  MMStream* s = MMStreamNew(rec, 1);
+  EXPECT_EQ(MMStreamReady(s), 1);
+  Picture p;
+  EXPECT_EQ(DecodeJPG(s, kAlpha, &p.image, 0, 0), 1);
+  MMStreamDelete(&s);
+  return p.Data(n);
+}
+
+TEST_P(DecoderDiff, EntryPointsMatchPeer) {
+  const Case& c = GetParam();
+  Bytes rgb;
+  int pw = 0, ph = 0;
+  std::string why;
+  if (!keltest::PeerRgb(jpeg, &rgb, &pw, &ph, &why)) GTEST_SKIP() << "peer: " << why;
+  const size_t pixels = static_cast<size_t>(pw) * ph;
+
+  // DecodeJPG: memory, byte-stream and file-stream forms.
+  Bytes expected(pixels * 4, kAlpha);
+  for (size_t i = 0; i < pixels; ++i) std::copy_n(&rgb[3 * i], 3, &expected[4 * i]);
+  Picture ours;
+  ASSERT_EQ(DecodeJPG(jpeg.data(), jpeg.size(), kAlpha, &ours.image, 0, 0), 1);
+  ASSERT_EQ(ours.image.width, static_cast<uint32_t>(pw));
+  ASSERT_EQ(ours.image.height, static_cast<uint32_t>(ph));
+  EXPECT_EQ(ours.image.stride, ours.image.width * 4);
+  EXPECT_EQ(ours.image.bitsPerPixel, 32);
+  EXPECT_TRUE(ours.Data(expected.size()) == expected);
+  Bytes copy = jpeg;
+  MMAttri rec;
+  MMAttriFromAny(&rec, mmIdData, copy.data(), static_cast<int>(copy.size()));
+  EXPECT_TRUE(FromStream(&rec, expected.size()) == expected);
+  const std::string path = keltest::TempPath(c.name + ".jpg");
+  keltest::WriteFile(path, jpeg);
+  MMAttriFromString(&rec, mmIdFileName, path.c_str());
+  EXPECT_TRUE(FromStream(&rec, expected.size()) == expected);
+  std::remove(path.c_str());
+
+  // jpdyuv, packed: YCbCr 4:4:4 and 4:2:2 straight from the planes.
+  const bool direct = c.ids.empty() &&
+                      (c.args.find("2x1") != std::string::npos ||
+                       (c.args.find("1x1") != std::string::npos && c.args.find("-rgb") == std::string::npos));
+  Bytes yuv(pixels * 3);
+  if (direct) {
+    std::vector<keltest::ComponentPlane> planes;
+    ASSERT_TRUE(keltest::PeerPlanes(jpeg, &planes, &why)) << why;
+    const int hmax = (planes[0].width + planes[1].width - 1) / planes[1].width;
+    for (size_t i = 0; i < pixels; ++i) {
+      yuv[3 * i] = planes[0].samples[i];
+      for (int k = 1; k < 3; ++k)
+        yuv[3 * i + k] = planes[k].samples[i / pw * planes[k].width + i % pw / hmax];
+    }
+  } else {
+    for (size_t i = 0; i < pixels; ++i)
+      kiu::ConvertRGBtoYUV(rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2], yuv[3 * i], yuv[3 * i + 1],
+                           yuv[3 * i + 2]);
+  }
+  Picture packed;
+  ASSERT_EQ(jpdyuv::DecodeJPG(jpeg.data(), jpeg.size(), &packed.image, false), 1);
+  ASSERT_EQ(packed.image.width, static_cast<uint32_t>(pw));
+  ASSERT_EQ(packed.image.height, static_cast<uint32_t>(ph));
+  EXPECT_EQ(packed.image.stride, packed.image.width * 3);
+  EXPECT_EQ(packed.image.bitsPerPixel, 24);
+  EXPECT_TRUE(packed.Data(yuv.size()) == yuv);
+
+  // jpdyuv, planar: even crop, chroma the rounded 2x2 average.
+  const int w = pw & ~1, h = ph & ~1;
+  Bytes i420(static_cast<size_t>(w) * h * 3 / 2);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x) i420[y * w + x] = yuv[3 * (static_cast<size_t>(y) * pw + x)];
+  for (int k = 1; k < 3; ++k) {
+    uint8_t* plane = i420.data() + w * h + (k - 1) * (w * h / 4);
+    for (int y = 0; y < h; y += 2)
+      for (int x = 0; x < w; x += 2) {
+        const auto at = [&](int dx, int dy) {
+          return yuv[3 * (static_cast<size_t>(y + dy) * pw + x + dx) + k];
+        };
+        plane[y / 2 * (w / 2) + x / 2] =
+            static_cast<uint8_t>((at(0, 0) + at(1, 0) + at(0, 1) + at(1, 1) + 2) / 4);
+      }
+  }
+  Picture planar;
+  planar.image.stride = 12345;
+  ASSERT_EQ(jpdyuv::DecodeJPG(jpeg.data(), jpeg.size(), &planar.image, true), 1);
+  EXPECT_EQ(planar.image.width, static_cast<uint32_t>(w));
+  EXPECT_EQ(planar.image.height, static_cast<uint32_t>(h));
+  EXPECT_EQ(planar.image.size, i420.size());
+  EXPECT_EQ(planar.image.stride, 12345u);  // not written by the planar form
+  EXPECT_TRUE(planar.Data(i420.size()) == i420);
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, DecoderDiff, testing::ValuesIn(Corpus()),
