@@ -83,8 +83,32 @@ TEST_F(HeapTest, BlocksAreAlignedAndReleasedAllAtOnce) {
   EXPECT_EQ(HookCounter::releases, HookCounter::allocations);
 }
 
-// The primitives the streams and the codec use.
+TEST_F(HeapTest, ReallocateNeverShrinksKeepsContentsAndRejectsForeignBlocks) {
+  kau::mem::Heap heap, other;
+  auto* p = static_cast<unsigned char*>(heap.Allocate(32));
+  for (int i = 0; i < 32; ++i) p[i] = static_cast<unsigned char>(i);
+  EXPECT_EQ(heap.Reallocate(p, 8), p);
+  EXPECT_EQ(heap.Reallocate(p, 20), p);  // the recorded size is still 32
+  heap.Allocate(5);                      // p is no longer the newest block
+  auto* q = static_cast<unsigned char*>(heap.Reallocate(p, 64));
+  ASSERT_NE(q, p);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(q) % 16, 0u);
+  for (int i = 0; i < 32; ++i) EXPECT_EQ(q[i], i);
+  EXPECT_EQ(HookCounter::releases, 1);  // the old block went at once
+  EXPECT_THROW(heap.Reallocate(other.Allocate(8), 100), Error);
+}
+
+// The primitives and their deliberate quirks.
 TEST(Memory, PrimitivesKeepTheirQuirks) {
+  unsigned char fill[12];
+  std::memset(fill, 0xEE, sizeof fill);
+  kau::mem::Set32(fill, 0x12345678ul, 2);  // a byte fill over the word count
+  EXPECT_EQ(std::count(fill, fill + 8, 0x78) + (fill[8] == 0xEE), 9);
+  EXPECT_EQ(kau::mem::StrEndsWith("PHOTO.JPG", ".jpg") + kau::mem::StrEndsWith("a.jpg", "xa.jpg") +
+                kau::mem::StrEndsWith("\xe9", "\xc9"),
+            1);
+  EXPECT_EQ(kau::mem::AtStr("hello", "ell"), nullptr);  // inverted test, kept
+  EXPECT_STREQ(kau::mem::AtStr("hello", nullptr), "hello");
   // Overlapping forward copy repeats the head, as a plain forward loop does.
   unsigned char run[8] = {1, 2, 0, 0, 0, 0, 0, 0};
   kau::mem::Copy8(run + 2, run, 6);
