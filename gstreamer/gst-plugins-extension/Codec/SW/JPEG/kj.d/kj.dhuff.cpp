@@ -122,16 +122,23 @@ inline int32_t Receive(BitReader& r, int s) {
 
 }  // namespace
 
-int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
-                             const DerivedTable* t) {
-  if (bits < 9) Fill(d, pos, buf, bits, 9);
-  int32_t code = static_cast<int32_t>(GetBits(buf, bits, 9));
-  int l = 9;
+// Appends bits to `code` one at a time until it fits a code of its length;
+// returns that length (17 when the table has none, which callers reject).
+static int ExtendCode(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+                      const DerivedTable* t, int32_t& code, int l) {
   while (code > t->maxcode[l]) {
     if (bits < 1) Fill(d, pos, buf, bits, 1);
     code = (code << 1) | static_cast<int32_t>(GetBits(buf, bits, 1));
     ++l;
   }
+  return l;
+}
+
+int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+                             const DerivedTable* t) {
+  if (bits < 9) Fill(d, pos, buf, bits, 9);
+  int32_t code = static_cast<int32_t>(GetBits(buf, bits, 9));
+  const int l = ExtendCode(d, pos, buf, bits, t, code, 9);
   if (l > 16) kau::Throw(kSiteLong);
   return t->symbols[code + t->valoffset[l]];
 }
@@ -140,12 +147,7 @@ int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, uint32
                                    const DerivedTable* t) {
   if (bits < 1) Fill(d, pos, buf, bits, 1);
   int32_t code = static_cast<int32_t>(GetBits(buf, bits, 1));
-  int l = 1;
-  while (code > t->maxcode[l]) {
-    if (bits < 1) Fill(d, pos, buf, bits, 1);
-    code = (code << 1) | static_cast<int32_t>(GetBits(buf, bits, 1));
-    ++l;
-  }
+  const int l = ExtendCode(d, pos, buf, bits, t, code, 1);
   if (l >= 17) kau::Throw(kSiteNearMarker);
   return t->symbols[code + t->valoffset[l]];
 }
