@@ -103,8 +103,16 @@ int Input::Push(const void* data, unsigned long size) {
   return 1;
 }
 
-void Input::ResetStreamWithDataAfterEOI() {
+void Input::Append(const void* data, unsigned long size) {
+  if (data == nullptr || stream_ == nullptr || size == 0) kau::Throw(kSitePushBadArgs);
+  if (size > UINT32_MAX || MMStreamPut(stream_, data, static_cast<unsigned int>(size)) != size) {
+    kau::Throw(kSitePushShortWrite);
+  }
+}
+
+int Input::ResetStreamWithDataAfterEOI() {
   void* rest = nullptr;
+  int more = 1;
   try {
     if (stream_ == nullptr) kau::Throw(kSiteResetNoStream);
     unsigned long position = 0;
@@ -113,7 +121,7 @@ void Input::ResetStreamWithDataAfterEOI() {
     auto count = static_cast<uint32_t>(position - endOfImage_);
     if (count == 0) {
       ResetStream();
-      return;
+      return 1;
     }
     if (MMStreamSeek(stream_, static_cast<long>(endOfImage_), MMStreamSeekFromStart) == 0) {
       kau::Throw(kSiteResetSeek);
@@ -122,11 +130,13 @@ void Input::ResetStreamWithDataAfterEOI() {
     if (rest == nullptr) kau::Throw(kSiteResetAlloc);
     if (MMStreamGet(stream_, rest, count) < count) kau::Throw(kSiteResetRead);
     ResetStream();
-    Push(rest, count);
+    more = Push(rest, count);
   } catch (...) {
     kau::ReportCurrentException(kSiteResetCatch);
+    more = 1;
   }
   kau::mem::Delete(rest);
+  return more;
 }
 
 int Input::IsValid(MMStream* stream) {
@@ -138,6 +148,31 @@ int Input::IsValid(MMStream* stream) {
   } catch (...) {
     kau::ReportCurrentException(kSiteIsValidCatch);
     return 0;
+  }
+}
+
+int Input::FrameSize(MMStream* stream, uint32_t* width, uint32_t* height) {
+  if (stream == nullptr || width == nullptr || height == nullptr) return 0;
+  try {
+    if (ReadMarker(stream) != 0xD8) return 0;
+    for (;;) {
+      const unsigned char code = ReadMarker(stream);
+      if (!HasLength(code) || code == 0xDA) return 0;
+      unsigned char b[7];
+      if (MMStreamGet(stream, b, 2) != 2) return 0;
+      const long length = b[0] * 256 + b[1];
+      if (length < 2) return 0;
+      // SOFn: every C0..CF but DHT (C4), JPG (C8) and DAC (CC).
+      if (code <= 0xCF && code != 0xC4 && code != 0xCC) {
+        if (length < 7 || MMStreamGet(stream, b, 5) != 5) return 0;
+        *height = b[1] * 256u + b[2];
+        *width = b[3] * 256u + b[4];
+        return 1;
+      }
+      if (length > 2 && MMStreamSeek(stream, length - 2, MMStreamSeekFromCurrent) == 0) return 0;
+    }
+  } catch (const kau::Error&) {
+    return 0;  // ran out of data while looking for a marker
   }
 }
 

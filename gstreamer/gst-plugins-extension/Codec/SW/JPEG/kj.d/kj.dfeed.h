@@ -18,10 +18,20 @@ class Input {
   void ResetStream();
   // 1: more data needed; 0: an image is complete and ends at EndOfImage().
   int Push(const void* data, unsigned long size);
-  // Starts a fresh stream holding (already scanned) the bytes after the EOI.
-  void ResetStreamWithDataAfterEOI();
+  // Bytes that arrive while a complete image is held: appended behind it
+  // unscanned, so the next ResetStreamWithDataAfterEOI scans them in order.
+  void Append(const void* data, unsigned long size);
+  // Starts a fresh stream holding (already scanned) the bytes from the EOI
+  // up to the read position. Returns what scanning them answered: 0 when
+  // they already hold a whole image, 1 when more data is needed.
+  int ResetStreamWithDataAfterEOI();
   // 1 when the stream starts with SOI followed by a marker that may follow it.
   static int IsValid(MMStream* stream);
+  // Reads the frame size from the first SOFn after the stream's read
+  // position, stepping over segments by their lengths; 1 when found. Reads
+  // only headers, so a caller can refuse a size before anything is decoded.
+  // Prints nothing: a stream it cannot read is left to the decoder to report.
+  static int FrameSize(MMStream* stream, uint32_t* width, uint32_t* height);
 
   MMStream* Stream() const { return stream_; }
   uint32_t EndOfImage() const { return endOfImage_; }
