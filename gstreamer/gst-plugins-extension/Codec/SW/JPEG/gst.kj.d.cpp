@@ -393,12 +393,16 @@ GType gst_keljpeg_dec_get_type(void) {
                                      InstanceInit);
 }
 
+// The descriptor's source field is PACKAGE in both versions.
+#define PACKAGE "gstreamer"
 #define KEL_PLUGIN_ORIGIN "https://keljpeg.example.org/"
 #if KEL_GST_1
-#define PACKAGE "gstreamer"
 GST_PLUGIN_DEFINE(GST_VERSION_MAJOR, GST_VERSION_MINOR, keljpeg, "Kelvra JPEG Codecs", plugin_init, "0.10.18",
                   "Proprietary", "GStreamer source release", KEL_PLUGIN_ORIGIN)
 #else
-GST_PLUGIN_DEFINE(0, 10, "keljpeg", "Kelvra JPEG Codecs", plugin_init, "0.10.18", "Proprietary", "gstreamer",
+// 0.10 leaves GST_PLUGIN_EXPORT empty; the descriptor must be seen from outside.
+#pragma GCC visibility push(default)
+GST_PLUGIN_DEFINE(0, 10, "keljpeg", "Kelvra JPEG Codecs", plugin_init, "0.10.18", "Proprietary",
                   "GStreamer source release", KEL_PLUGIN_ORIGIN)
+#pragma GCC visibility pop
 #endif
