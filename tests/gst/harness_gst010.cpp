@@ -18,19 +18,28 @@ std::string To010(std::string caps) {
   return caps;
 }
 
+// A pad with no template has no caps in 0.10 and links to nothing.
+GstStaticPadTemplate srcTemplate =
+    GST_STATIC_PAD_TEMPLATE("src", GST_PAD_SRC, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
+GstStaticPadTemplate sinkTemplate =
+    GST_STATIC_PAD_TEMPLATE("sink", GST_PAD_SINK, GST_PAD_ALWAYS, GST_STATIC_CAPS_ANY);
+
 class Harness010 : public ElementHarness {
  public:
   explicit Harness010(const std::string& factory)
       : element_(gst_element_factory_make(factory.c_str(), nullptr)),
-        src_(gst_pad_new("src", GST_PAD_SRC)),
-        sink_(gst_pad_new("sink", GST_PAD_SINK)) {
+        src_(gst_pad_new_from_static_template(&srcTemplate, "src")),
+        sink_(gst_pad_new_from_static_template(&sinkTemplate, "sink")) {
+    if (element_ == nullptr) g_error("no element %s", factory.c_str());
     g_object_set_data(G_OBJECT(sink_), "harness", this);
     gst_pad_set_chain_function(sink_, Chain);
     gst_pad_set_setcaps_function(sink_, SetCaps);
     GstPad* elementSink = gst_element_get_static_pad(element_, "sink");
     GstPad* elementSrc = gst_element_get_static_pad(element_, "src");
-    gst_pad_link(src_, elementSink);
-    gst_pad_link(elementSrc, sink_);
+    if (gst_pad_link(src_, elementSink) != GST_PAD_LINK_OK ||
+        gst_pad_link(elementSrc, sink_) != GST_PAD_LINK_OK) {
+      g_error("cannot link the pads of %s", factory.c_str());
+    }
     gst_object_unref(elementSink);
     gst_object_unref(elementSrc);
     gst_pad_set_active(src_, TRUE);
