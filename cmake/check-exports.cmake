@@ -2,7 +2,7 @@
 # signatures are part of the check) with the committed LIST, one symbol a
 # line, sorted; lines starting with '#' are comments. With -DUPDATE=ON,
 # rewrites LIST instead.
-#   cmake -DNM=nm -DLIBRARY=lib.so -DLIST=exports.txt [-DUPDATE=ON] -P check-exports.cmake
+#   cmake -DNM=nm -DLIBRARY=lib.so -DLIST=exports.txt [-DEXTRA=a,b] [-DUPDATE=ON] -P check-exports.cmake
 foreach(var NM LIBRARY LIST)
   if(NOT ${var})
     message(FATAL_ERROR "check-exports: ${var} not set")
@@ -38,6 +38,11 @@ endif()
 
 file(STRINGS ${LIST} expected)
 list(FILTER expected EXCLUDE REGEX "^#|^$")
+# EXTRA: symbols of this library beyond the list (a plug-in's descriptor).
+if(EXTRA)
+  string(REPLACE "," ";" extra_symbols "${EXTRA}")
+  list(APPEND expected ${extra_symbols})
+endif()
 set(missing ${expected})
 list(REMOVE_ITEM missing ${actual})
 set(extra ${actual})
