@@ -93,6 +93,19 @@ inline void SetClassDetails(GstElementClass* klass, GstStaticPadTemplate* sink, 
 #endif
 }
 
+// The two always pads: the sink pad with its functions set, the source pad
+// with fixed caps (it carries what the element says, never a choice).
+template <class Element>
+void AddPads(Element* self, GstStaticPadTemplate* sink, GstStaticPadTemplate* src,
+             void (*setSinkFunctions)(Element*)) {
+  self->sinkpad = gst_pad_new_from_static_template(sink, "sink");
+  setSinkFunctions(self);
+  gst_element_add_pad(GST_ELEMENT(self), self->sinkpad);
+  self->srcpad = gst_pad_new_from_static_template(src, "src");
+  gst_pad_use_fixed_caps(self->srcpad);
+  gst_element_add_pad(GST_ELEMENT(self), self->srcpad);
+}
+
 // Registers a static GstElement subclass once (thread-safe).
 inline GType RegisterElementType(gsize* once, const char* name, guint16 classSize, GBaseInitFunc baseInit,
                                  GClassInitFunc classInit, guint16 instanceSize,

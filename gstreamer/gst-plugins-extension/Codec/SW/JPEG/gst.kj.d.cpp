@@ -371,12 +371,7 @@ void InstanceInit(GTypeInstance* instance, gpointer) {
   GstKelJpegDec* self = GST_KELJPEG_DEC(instance);
   new (&self->input) kjd::Input();
   self->fpsD = 1;
-  self->sinkpad = gst_pad_new_from_static_template(&sinkTemplate, "sink");
-  SetPadFunctions(self);
-  gst_element_add_pad(GST_ELEMENT(self), self->sinkpad);
-  self->srcpad = gst_pad_new_from_static_template(&srcTemplate, "src");
-  gst_pad_use_fixed_caps(self->srcpad);
-  gst_element_add_pad(GST_ELEMENT(self), self->srcpad);
+  kelgst::AddPads(self, &sinkTemplate, &srcTemplate, SetPadFunctions);
 }
 
 gboolean plugin_init(GstPlugin* plugin) {

@@ -297,12 +297,7 @@ void ClassInit(gpointer klass, gpointer) {
 
 void InstanceInit(GTypeInstance* instance, gpointer) {
   GstKelJpegEnc* self = GST_KELJPEG_ENC(instance);
-  self->sinkpad = gst_pad_new_from_static_template(&sinkTemplate, "sink");
-  SetPadFunctions(self);
-  gst_element_add_pad(GST_ELEMENT(self), self->sinkpad);
-  self->srcpad = gst_pad_new_from_static_template(&srcTemplate, "src");
-  gst_pad_use_fixed_caps(self->srcpad);
-  gst_element_add_pad(GST_ELEMENT(self), self->srcpad);
+  kelgst::AddPads(self, &sinkTemplate, &srcTemplate, SetPadFunctions);
   self->quality = kDefaultQuality;
   self->fpsD = 1;
 }
