@@ -17,7 +17,7 @@ host_pkgs=(
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   libjpeg-turbo-progs libturbojpeg0-dev imagemagick libpng-dev valgrind bc
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
-  gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
   check
 )
 arm_pkgs=(
