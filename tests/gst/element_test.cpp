@@ -121,28 +121,6 @@ TEST(Decoder, ImageFollowingInTheSameBufferComesWithTheNextBufferOrAtEos) {
   }
 }
 
-// However a series is cut, every image comes out once, in order, by EOS.
-TEST(Decoder, ConcatenatedSeriesCutAnywhereLosesNoImage) {
-  const std::vector<Bytes> files = {Jpeg(64, 48, 1), Jpeg(200, 150, 2), Jpeg(16, 8, 3), Jpeg(96, 64, 4),
-                                    Jpeg(40, 40, 5)};
-  Bytes all;
-  for (const Bytes& f : files) all.insert(all.end(), f.begin(), f.end());
-  std::mt19937 rng(7);
-  for (size_t maxPiece : {size_t{3}, size_t{700}, size_t{5000}, all.size()}) {
-    SCOPED_TRACE(maxPiece);
-    auto h = Decoder();
-    for (size_t at = 0; at < all.size();) {
-      const size_t n = std::min<size_t>(all.size() - at, rng() % maxPiece + 1);
-      ASSERT_EQ(h->Push(Bytes(all.begin() + long(at), all.begin() + long(at + n))), kFlowOk);
-      at += n;
-    }
-    h->PushEos();
-    const auto out = h->Take();
-    ASSERT_EQ(out.size(), files.size());
-    for (size_t i = 0; i < files.size(); ++i) EXPECT_EQ(out[i].data, DecodedI420(files[i])) << i;
-  }
-}
-
 // Refused pictures: the stated log line and flow, and the next image still decodes.
 TEST(Decoder, RefusedPicturesAreLoggedAndTheElementCarriesOn) {
   const std::string kRange = "ERROR picture dimension is out of supported range";
