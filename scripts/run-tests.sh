@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds and runs the tests.
 #   scripts/run-tests.sh        host build, all tests
-#   scripts/run-tests.sh --ci   also a sanitizer build, the armhf build under
-#                               emulation, and the plug-in built and tested
-#                               against GStreamer 0.10 (the fuller CI tier)
+#   scripts/run-tests.sh --ci   also a sanitizer build, a short run of every
+#                               fuzz target, the armhf build under emulation,
+#                               and the plug-in built and tested against
+#                               GStreamer 0.10 (the fuller CI tier)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tier=${1:-}
@@ -21,6 +22,7 @@ if [ "$tier" = "--ci" ]; then
   cmake --build build-asan -j "$jobs"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-asan -j "$jobs" --output-on-failure
+  bash scripts/run-fuzz.sh 45
   bash scripts/run-arm-tests.sh
   bash scripts/run-gst010-tests.sh
 fi
