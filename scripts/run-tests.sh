@@ -14,14 +14,14 @@ bash scripts/install-deps.sh
 
 cmake -S . -B build -G Ninja -DKEL_WERROR=ON
 cmake --build build -j "$jobs"
-ctest --test-dir build -j "$jobs" --output-on-failure
+bash scripts/ctest.sh --test-dir build -j "$jobs" --output-on-failure
 
 if [ "$tier" = "--ci" ]; then
   cmake -S . -B build-asan -G Ninja -DKEL_WERROR=ON -DCMAKE_BUILD_TYPE=Debug \
     -DKEL_SANITIZE=address,undefined
   cmake --build build-asan -j "$jobs"
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
-    ctest --test-dir build-asan -j "$jobs" --output-on-failure
+    bash scripts/ctest.sh --test-dir build-asan -j "$jobs" --output-on-failure
   bash scripts/run-fuzz.sh 45
   bash scripts/run-arm-tests.sh
   bash scripts/run-gst010-tests.sh
