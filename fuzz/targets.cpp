@@ -239,8 +239,8 @@ int Encode(const uint8_t* data, size_t size) {
   const bool planarIn = inFormat == 64;
   // Planar: luma rows of the width padded to 4, chroma rows of that padded to 8 and halved.
   const uint64_t paddedW = (uint64_t(width) + 3) & ~3ull, paddedH = (uint64_t(height) + 1) & ~1ull;
-  const uint64_t bytes = planarIn ? paddedW * paddedH + ((paddedW + 7) & ~7ull) / 2 * paddedH
-                                  : uint64_t(width) * height * 4;
+  const uint64_t bytes =
+      planarIn ? paddedW * paddedH + ((paddedW + 7) & ~7ull) / 2 * paddedH : uint64_t(width) * height * 4;
   std::vector<uint8_t> pixels(bytes + 1);
   for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = in.n == 0 ? uint8_t(i * 7) : in.p[i % in.n];
   STImageSimple image{};
@@ -346,7 +346,8 @@ int Streams(const uint8_t* data, size_t size) {
       case 7: {
         MMAttri r;
         record(&r, false);
-        if (MMStreamPutAttri(s, &r, 1) != 1 && r.tag == MMAttriTagAny && r.length < 0) MMFree(r.value.pointer);
+        if (MMStreamPutAttri(s, &r, 1) != 1 && r.tag == MMAttriTagAny && r.length < 0)
+          MMFree(r.value.pointer);
         break;
       }
       case 8: {
