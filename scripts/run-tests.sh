@@ -2,8 +2,9 @@
 # Installs what is missing, builds and runs the tests.
 #   scripts/run-tests.sh        host build, all tests
 #   scripts/run-tests.sh --ci   also a sanitizer build, the threads test under
-#                               ThreadSanitizer, a short run of every fuzz target, the armhf build under emulation,
-#                               and the plug-in built and tested against
+#                               ThreadSanitizer, a short run of every fuzz
+#                               target, the armhf build under emulation, and
+#                               the plug-in built and tested against
 #                               GStreamer 0.10 (the fuller CI tier)
 set -euo pipefail
 cd "$(dirname "$0")/.."
