@@ -221,11 +221,11 @@ int Encode(const uint8_t* data, size_t size) {
   Bytes in{data, size};
   const uint8_t flags = in.U8();
   uint32_t width, height;
-  if ((flags & 3) == 3) {
-    // Wide, narrow or beyond the limit; the pixel count stays bounded.
+  if ((flags & 7) == 7) {
+    // Wide, narrow or beyond the limit; rarely, as each costs a large encode and decode.
     width = in.U16();
-    height = in.U16() % 4 + 1;
-    if ((flags & 4) != 0) std::swap(width, height);
+    height = in.U16() % 2 + 1;
+    if ((flags & 8) != 0) std::swap(width, height);
   } else {
     width = in.U8() % 48;
     height = in.U8() % 48;
