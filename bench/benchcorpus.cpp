@@ -58,6 +58,26 @@ Bytes Scene(int width, int height) {
   return rgb;
 }
 
+Bytes Pattern(int width, int height) {
+  static const uint8_t kBars[8][3] = {{235, 235, 235}, {235, 235, 16}, {16, 235, 235}, {16, 235, 16},
+                                      {235, 16, 235},  {235, 16, 16},  {16, 16, 235},  {16, 16, 16}};
+  Bytes rgb(static_cast<size_t>(width) * height * 3);
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) {
+      uint8_t* p = &rgb[(static_cast<size_t>(y) * width + x) * 3];
+      if (y < height / 2) {
+        std::copy_n(kBars[x * 8 / width], 3, p);
+      } else if (y < height * 3 / 4) {
+        p[0] = static_cast<uint8_t>(x * 255 / std::max(1, width - 1));
+        p[1] = static_cast<uint8_t>(255 - p[0]);
+        p[2] = static_cast<uint8_t>(y * 255 / height);
+      } else {
+        p[0] = p[1] = p[2] = ((x / 2 + y / 2) % 2) ? 20 : 230;
+      }
+    }
+  return rgb;
+}
+
 namespace {
 
 Bytes ReadAll(const std::string& path) {

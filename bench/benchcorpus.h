@@ -27,6 +27,10 @@ struct ImageSpec {
 // mild noise, laid out by picture size so that every size shows the scene.
 Bytes Scene(int width, int height);
 
+// RGB triples of a synthetic picture: colour bars, ramps and a fine
+// checkerboard, as a test pattern or a screen capture has.
+Bytes Pattern(int width, int height);
+
 // The JPEG for `spec` from `dir` (made with cjpeg on first use); empty with
 // `why` on failure.
 Bytes CorpusJpeg(const std::string& dir, const ImageSpec& spec, std::string* why);

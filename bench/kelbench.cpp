@@ -23,6 +23,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "benchcorpus.h"
@@ -32,6 +33,9 @@
 #include "kiu/kiustartup.h"
 #include "kj.d/CJPGD.h"
 #include "kj.d/jpdyuv.h"
+#include "kj.e/CJPGE.h"
+#include "kiu/MMPageArrayStream.h"
+#include "kiu/mmstream.h"
 
 #ifdef KEL_HAVE_CALLGRIND
 #include <valgrind/callgrind.h>
@@ -84,12 +88,57 @@ bool OursI420(const Bytes& jpeg, Bytes* out) {
   return true;
 }
 
+// `pixels`: 4-byte RGBx for kiu::FormatRGB, our I420 layout for FormatI420
+// (no padding at the benchmark's sizes). The JPEG goes to a page-array
+// stream, as in the encoder element.
+bool OursEncode(const Bytes& pixels, int width, int height, int quality, kiu::Format in, Bytes* out) {
+  STImageSimple image{};
+  image.width = width;
+  image.height = height;
+  image.data = const_cast<uint8_t*>(pixels.data());
+  MMStream* stream = MMPageArrayStream::NewReady(4096);
+  // Planar input written as format 64: the same bytes as the peer's.
+  bool ok = EncodeJPG(image, quality, stream, in, in == kiu::FormatI420 ? kiu::FormatI420 : kiu::FormatYUV) == 1;
+  unsigned long size = 0;
+  if (ok && out != nullptr && MMStreamSize(stream, &size) == 1) {
+    out->resize(size);
+    MMStreamSeek(stream, 0, MMStreamSeekFromStart);
+    ok = MMStreamGet(stream, out->data(), static_cast<unsigned>(size)) == size;
+  }
+  MMStreamDelete(&stream);
+  return ok;
+}
+
 struct Peer {
-  tjhandle handle = tjInitDecompress();
+  tjhandle handle = tjInitDecompress(), encoder = tjInitCompress();
   Peer() = default;
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
-  ~Peer() { tjDestroy(handle); }
+  ~Peer() {
+    tjDestroy(handle);
+    tjDestroy(encoder);
+  }
+
+  // RGBx with the accurate DCT, or I420 planes with the fast one: what our
+  // encoder does with each input.
+  bool Encode(const Bytes& pixels, int width, int height, int quality, kiu::Format in, Bytes* out) const {
+    unsigned char* jpeg = nullptr;
+    unsigned long size = 0;
+    int rc;
+    if (in == kiu::FormatI420) {
+      const unsigned char* planes[3] = {pixels.data(), pixels.data() + size_t{1} * width * height,
+                                        pixels.data() + size_t{5} * width * height / 4};
+      const int strides[3] = {width, width / 2, width / 2};
+      rc = tjCompressFromYUVPlanes(encoder, planes, width, strides, height, TJSAMP_420, &jpeg, &size, quality,
+                                   TJFLAG_FASTDCT);
+    } else {
+      rc = tjCompress2(encoder, pixels.data(), width, 4 * width, height, TJPF_RGBX, &jpeg, &size, TJSAMP_420,
+                       quality, TJFLAG_ACCURATEDCT);
+    }
+    if (rc == 0 && out != nullptr) out->assign(jpeg, jpeg + size);
+    tjFree(jpeg);
+    return rc == 0;
+  }
 
   struct Header {
     int width = 0, height = 0, subsamp = 0;
@@ -233,6 +282,51 @@ std::vector<Row> DecodeRows(const Options& options, const Peer& peer, std::strin
                         false});
       }
     }
+  }
+  return rows;
+}
+
+std::vector<Row> EncodeRows(const Options& options, const Peer& peer) {
+  struct Picture {
+    std::string size, content;
+    int width, height;
+    std::vector<int> qualities;
+  };
+  std::vector<Picture> pictures;
+  if (options.smoke) {
+    pictures = {{"48x32", "photo", 48, 32, {50, 85}}, {"32x16", "pattern", 32, 16, {85}}};
+  } else {
+    pictures = {{"1080p", "photo", 1920, 1080, {50, 85, 95}},
+                {"1080p", "pattern", 1920, 1080, {85}},
+                {"12MP", "photo", 4000, 3000, {85}}};
+  }
+  std::vector<Row> rows;
+  for (const Picture& p : pictures) {
+    const Bytes rgb = p.content == "photo" ? Scene(p.width, p.height) : Pattern(p.width, p.height);
+    const size_t n = size_t{1} * p.width * p.height;
+    Bytes rgbx(4 * n, 0), yuv(3 * n);
+    for (size_t i = 0; i < n; ++i) std::copy_n(&rgb[3 * i], 3, &rgbx[4 * i]);
+    kiu::ConvertRGBtoYUV(n, rgbx.data(), yuv.data());
+    const auto packed = std::make_shared<const Bytes>(std::move(rgbx));
+    const auto planar = std::make_shared<const Bytes>(I420FromPacked(yuv, p.width, p.height));
+    const double mp = n / 1e6;
+    const int reps = std::max(5, std::min(51, static_cast<int>(options.repsScale * 22 / mp))) | 1;
+    for (int q : p.qualities)
+      for (const auto& [in, name, peerWork] :
+           {std::tuple{kiu::FormatRGB, "encode RGB", "tjCompress2 accurate DCT"},
+            {kiu::FormatI420, "encode I420", "tjCompressFromYUVPlanes fast DCT"}}) {
+        const auto pixels = in == kiu::FormatI420 ? planar : packed;
+        const int w = p.width, h = p.height;
+        const kiu::Format format = in;
+        rows.push_back({p.size + " " + p.content + " q" + std::to_string(q) + " to 4:2:0", name, peerWork, mp,
+                        reps, [=](Bytes* out) { return OursEncode(*pixels, w, h, q, format, out); },
+                        [=, &peer](Bytes* out) { return peer.Encode(*pixels, w, h, q, format, out); },
+                        [=, &peer] {
+                          Bytes jpeg;
+                          peer.Encode(*pixels, w, h, q, format, &jpeg);
+                          return jpeg;
+                        }});
+      }
   }
   return rows;
 }
@@ -455,6 +549,10 @@ int Main(int argc, char** argv) {
   Peer peer;
   std::string why;
   std::vector<Row> rows = DecodeRows(options, peer, &why);
+  if (!rows.empty()) {
+    const std::vector<Row> encode = EncodeRows(options, peer);
+    rows.insert(rows.end(), encode.begin(), encode.end());
+  }
   if (rows.empty()) {
     std::fprintf(stderr, "kelbench: no pictures: %s\n", why.c_str());
     return 1;
@@ -474,7 +572,7 @@ int Main(int argc, char** argv) {
     if (options.smoke) results.back().check = Check(row, &results.back().outputBytes);
     const Result& r = results.back();
     failures += !Passed(r.check);
-    std::fprintf(stderr, "%-40s %-9s %s\n", row.image.c_str(), row.work.c_str(),
+    std::fprintf(stderr, "%-34s %-11s %s\n", row.image.c_str(), row.work.c_str(),
                  !Passed(r.check) ? ("*** " + r.check + " ***").c_str()
                  : options.smoke  ? r.check.c_str()
                                   : ("ratio " + Fixed(r.ratio, 2) + ", " + r.check).c_str());
