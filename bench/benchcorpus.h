@@ -13,11 +13,11 @@ namespace kelbench {
 using Bytes = std::vector<uint8_t>;
 
 struct ImageSpec {
-  std::string size;      // "1080p", "12MP", ... as printed
+  std::string size;  // "1080p", "12MP", ... as printed
   int width, height;
   std::string sampling;  // cjpeg's "2x2", "2x1", "1x1"
   int quality;
-  std::string mode;      // "baseline", "progressive", "restart"
+  std::string mode;  // "baseline", "progressive", "restart"
 
   std::string Label() const;  // "1080p 4:2:0 q85 baseline"
   std::string Slug() const;   // file name stem

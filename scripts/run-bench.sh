@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# The decode benchmark: our decoder beside TurboJPEG in one process (Release
-# build in build-bench/). Writes docs/bench/decode.md (the table), .tsv (its
-# figures) and .png (the chart); instructions per megapixel come from one
-# decode per row under callgrind, the timings from interleaved pairs.
+# The benchmark: our decoder and encoder beside TurboJPEG in one process
+# (Release build in build-bench/). Writes docs/bench/decode.md (the table),
+# .tsv (its figures) and .png (the chart); instructions per megapixel come
+# from one call per row under callgrind, the timings from interleaved pairs.
 #   scripts/run-bench.sh            the figures of the code as it is
 #   scripts/run-bench.sh --before   the same into docs/bench/decode-before.*,
 #                                   the baseline later runs are set against
-# Extra arguments after the first go to kelbench (e.g. --filter 1080p).
+# Further arguments go to kelbench (e.g. --filter 1080p).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 name=decode
@@ -65,7 +65,7 @@ gnuplot <<GNUPLOT
 set terminal pngcairo size 1400,700 font ',10'
 set output '$out/$name.png'
 set datafile separator '\t'
-set title 'Decode speed against TurboJPEG (TurboJPEG time / our time, one process, median of interleaved pairs)'
+set title 'Speed against TurboJPEG (TurboJPEG time / our time, one process, median of interleaved pairs)'
 set style data histograms
 set style histogram clustered gap 1
 set style fill solid border -1
