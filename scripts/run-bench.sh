@@ -49,7 +49,7 @@ awk -F': ' '
 echo "== times, peaks and pixel checks"
 before=()
 [ "$name" = decode ] && [ -f "$out/decode-before.tsv" ] && before=(--before "$out/decode-before.tsv")
-note="$(date -u '+%Y-%m-%d %H:%M UTC'), commit $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- . ':!docs' || echo '+changes'); \
+note="$(date -u '+%Y-%m-%d %H:%M UTC'), commit $(git rev-parse --short HEAD)$(git diff --quiet HEAD -- bench common gstreamer || echo '+changes'); \
 $(grep -m1 'model name' /proc/cpuinfo | sed 's/.*: //'), $(nproc) cores, load $(cut -d' ' -f1 /proc/loadavg); \
 $(g++ --version | head -1); TurboJPEG $(dpkg-query -W -f='${Version}' libturbojpeg0 2>/dev/null || echo '?')."
 status=0
