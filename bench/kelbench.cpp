@@ -477,7 +477,8 @@ void Report(const Options& options, const std::vector<Row>& rows, const std::vec
     const bool same = Passed(r.check);
     md << "| " << row.image << " | " << row.work << " | " << (same ? Fixed(r.oursMs, 2) : "") << " | "
        << (same ? Fixed(r.peerMs, 2) : "") << " | " << (same ? "**" + Fixed(r.ratio, 2) + "**" : "") << " |";
-    if (!before.empty()) md << " " << Get(before, key, "ratio") << " |";
+    const std::string was = Get(before, key, "ratio");
+    if (!before.empty()) md << " " << (was.empty() ? "" : Fixed(std::stod(was), 2)) << " |";
     md << " " << Mb(r.peakOurs) << " | " << Mb(r.peakPeer) << " | " << Mb(r.outputBytes) << " | "
        << perMp(row, "ours") << " |";
     if (!before.empty()) md << " " << Get(before, key, "ir_ours") << " |";
