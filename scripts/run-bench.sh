@@ -78,5 +78,12 @@ set bmargin 14
 set lmargin 22
 plot $plot, 1 with lines lw 2 lc rgb '#c03030' title 'TurboJPEG speed'
 GNUPLOT
+# The README shows the latest table between its two marker lines.
+if [ "$name" = decode ]; then
+  awk -v table="$out/$name.md" '
+    /^<!-- bench table/ { print; while ((getline line < table) > 0) if (line ~ /^\|/) print line; skip = 1; next }
+    /^<!-- end of bench table/ { skip = 0 }
+    !skip' README.md >"$work/README.md" && mv "$work/README.md" README.md
+fi
 echo "== wrote $out/$name.md, $out/$name.tsv, $out/$name.png"
 exit "$status"
