@@ -49,7 +49,7 @@
 namespace kelbench {
 namespace {
 
-// One side of a row; `out` is null while timed, else receives the pixels.
+// One side of a row; `out` is null while timed, else receives the output.
 using Call = std::function<bool(Bytes* out)>;
 
 struct Row {
@@ -70,7 +70,7 @@ struct Result {
   std::string check;
 };
 
-// --- the two decoders ---------------------------------------------------
+// --- the two codecs ---------------------------------------------------------
 
 bool OursRgba(const Bytes& jpeg, int width, int height, Bytes* out) {
   STImageSimple image{};
@@ -409,8 +409,8 @@ void Instructions(const std::vector<Row>& rows) {
 
 // --- reporting --------------------------------------------------------------
 
-// Lines "key<TAB>column<TAB>value" or a TSV written by --tsv, as a map from
-// key to named columns.
+// A TSV with a header line (--tsv output, the script's instruction counts) as
+// row key -> column name -> text.
 using Table = std::map<std::string, std::map<std::string, std::string>>;
 
 const char* const kColumns[] = {"ratio",     "ours_ms", "peer_ms", "peak_ours", "peak_peer",
