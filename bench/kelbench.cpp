@@ -324,7 +324,7 @@ double Median(std::vector<double> v) {
   return v.empty() ? 0 : v[v.size() / 2];
 }
 
-const std::string kByDesign = "own scaled IDCT, max |diff| ";
+const std::string kByDesign = "own scaled IDCT, off by up to ";
 
 std::string Check(const Row& row, long long* outputBytes) {
   Bytes ours;
