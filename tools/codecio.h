@@ -11,8 +11,8 @@
 
 namespace keljpeg {
 
-// What DecodeJPG is asked for: 0/0 full size, positive a box in pixels,
-// negative pixels per 8 source pixels (the --scale forms).
+// What DecodeJPG is asked for: 0/0 full size, else a box in pixels that the
+// picture fits into with its aspect ratio kept.
 struct DecodeSize {
   int width = 0, height = 0;
 };
