@@ -25,8 +25,9 @@ if(BUILD_TESTING AND TARGET gstkeljpeg AND KELJPEG_GST_API STREQUAL "1.0" AND NO
 endif()
 
 # The README's ```sh examples, run from a directory whose build/ is this build.
+# Not in the sanitizer build: gst-launch-1.0 cannot load an instrumented plug-in.
 if(BUILD_TESTING AND TARGET keljpeg AND TARGET gstkeljpeg AND KELJPEG_GST_API STREQUAL "1.0"
-   AND NOT CMAKE_CROSSCOMPILING)
+   AND NOT KEL_SANITIZE AND NOT CMAKE_CROSSCOMPILING)
   add_test(NAME ReadmeShellExamplesRunAsWritten
     COMMAND bash ${PROJECT_SOURCE_DIR}/tests/readme_test.sh ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR}/README.md)
   set_tests_properties(ReadmeShellExamplesRunAsWritten PROPERTIES LABELS "readme")
