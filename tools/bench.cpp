@@ -22,8 +22,8 @@ namespace {
 double MegapixelsPerSecond(double megapixels, double seconds, const std::function<bool()>& run) {
   using Clock = std::chrono::steady_clock;
   std::vector<double> rates;
-  const Clock::time_point end = Clock::now() + std::chrono::duration_cast<Clock::duration>(
-                                                   std::chrono::duration<double>(seconds));
+  const Clock::time_point end =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   while (rates.size() < 3 || Clock::now() < end) {
     const Clock::time_point start = Clock::now();
     if (!run()) return 0;

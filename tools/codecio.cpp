@@ -163,7 +163,8 @@ bool DecodeRgba(const Bytes& jpeg, int alpha, DecodeSize size, Picture* out, Fai
   STImageSimple image{};
   std::string printed;
   const int rc = Captured(&printed, [&] {
-    return DecodeJPG(jpeg.data(), jpeg.size(), static_cast<unsigned long>(alpha), &image, size.width, size.height);
+    return DecodeJPG(jpeg.data(), jpeg.size(), static_cast<unsigned long>(alpha), &image, size.width,
+                     size.height);
   });
   if (rc != 1) return Failed(printed, "the decoder failed", why);
   out->width = image.width;
@@ -176,7 +177,8 @@ bool DecodeRgba(const Bytes& jpeg, int alpha, DecodeSize size, Picture* out, Fai
 bool DecodeYuv(const Bytes& jpeg, bool planar, Bytes* out, uint32_t* width, uint32_t* height, Failure* why) {
   STImageSimple image{};
   std::string printed;
-  const int rc = Captured(&printed, [&] { return jpdyuv::DecodeJPG(jpeg.data(), jpeg.size(), &image, planar); });
+  const int rc =
+      Captured(&printed, [&] { return jpdyuv::DecodeJPG(jpeg.data(), jpeg.size(), &image, planar); });
   if (rc != 1) return Failed(printed, "the decoder failed", why);
   const size_t size = planar ? image.size : static_cast<size_t>(image.stride) * image.height;
   out->assign(image.data, image.data + size);
@@ -201,12 +203,14 @@ bool EncodeI420(const Bytes& frame, uint32_t width, uint32_t height, int quality
   const size_t cw = (width + 1) / 2, ch = (height + 1) / 2;
   const size_t need = static_cast<size_t>(width) * height + 2 * cw * ch;
   if (frame.size() != need)
-    return Failed("", "it holds " + std::to_string(frame.size()) + " bytes, a " + std::to_string(width) + "x" +
-                          std::to_string(height) + " I420 frame " + std::to_string(need),
+    return Failed("",
+                  "it holds " + std::to_string(frame.size()) + " bytes, a " + std::to_string(width) + "x" +
+                      std::to_string(height) + " I420 frame " + std::to_string(need),
                   why);
   const size_t pw = (width + 3) / 4 * 4, ph = (height + 1) / 2 * 2, cs = (pw + 7) / 8 * 8 / 2;
   Bytes planes(pw * ph + 2 * cs * (ph / 2));
-  auto copy = [](const unsigned char* src, size_t w, size_t h, unsigned char* dst, size_t stride, size_t rows) {
+  auto copy = [](const unsigned char* src, size_t w, size_t h, unsigned char* dst, size_t stride,
+                 size_t rows) {
     for (size_t y = 0; y < rows; ++y) {
       const unsigned char* in = src + (y < h ? y : h - 1) * w;
       for (size_t x = 0; x < stride; ++x) dst[y * stride + x] = in[x < w ? x : w - 1];

@@ -92,12 +92,18 @@ FileKind KindOf(const std::string& path) {
 
 const char* ExtensionOf(FileKind kind) {
   switch (kind) {
-    case FileKind::kPng: return ".png";
-    case FileKind::kPpm: return ".ppm";
-    case FileKind::kPgm: return ".pgm";
-    case FileKind::kYuv: return ".yuv";
-    case FileKind::kJpeg: return ".jpg";
-    case FileKind::kUnknown: break;
+    case FileKind::kPng:
+      return ".png";
+    case FileKind::kPpm:
+      return ".ppm";
+    case FileKind::kPgm:
+      return ".pgm";
+    case FileKind::kYuv:
+      return ".yuv";
+    case FileKind::kJpeg:
+      return ".jpg";
+    case FileKind::kUnknown:
+      break;
   }
   return "";
 }
@@ -151,7 +157,8 @@ std::string WritePng(const std::string& path, const Picture& picture, bool alpha
 }
 
 std::string WritePpm(const std::string& path, const Picture& picture) {
-  const std::string header = "P6\n" + std::to_string(picture.width) + " " + std::to_string(picture.height) + "\n255\n";
+  const std::string header =
+      "P6\n" + std::to_string(picture.width) + " " + std::to_string(picture.height) + "\n255\n";
   const size_t count = static_cast<size_t>(picture.width) * picture.height;
   Bytes file(header.begin(), header.end());
   file.resize(header.size() + count * 3);

@@ -9,19 +9,32 @@ namespace {
 
 const char* FrameName(int marker) {
   switch (marker) {
-    case 0xC0: return "baseline (SOF0, Huffman)";
-    case 0xC1: return "extended sequential (SOF1, Huffman)";
-    case 0xC2: return "progressive (SOF2, Huffman)";
-    case 0xC3: return "lossless (SOF3, Huffman)";
-    case 0xC5: return "differential sequential (SOF5, Huffman)";
-    case 0xC6: return "differential progressive (SOF6, Huffman)";
-    case 0xC7: return "differential lossless (SOF7, Huffman)";
-    case 0xC9: return "extended sequential (SOF9, arithmetic)";
-    case 0xCA: return "progressive (SOF10, arithmetic)";
-    case 0xCB: return "lossless (SOF11, arithmetic)";
-    case 0xCD: return "differential sequential (SOF13, arithmetic)";
-    case 0xCE: return "differential progressive (SOF14, arithmetic)";
-    case 0xCF: return "differential lossless (SOF15, arithmetic)";
+    case 0xC0:
+      return "baseline (SOF0, Huffman)";
+    case 0xC1:
+      return "extended sequential (SOF1, Huffman)";
+    case 0xC2:
+      return "progressive (SOF2, Huffman)";
+    case 0xC3:
+      return "lossless (SOF3, Huffman)";
+    case 0xC5:
+      return "differential sequential (SOF5, Huffman)";
+    case 0xC6:
+      return "differential progressive (SOF6, Huffman)";
+    case 0xC7:
+      return "differential lossless (SOF7, Huffman)";
+    case 0xC9:
+      return "extended sequential (SOF9, arithmetic)";
+    case 0xCA:
+      return "progressive (SOF10, arithmetic)";
+    case 0xCB:
+      return "lossless (SOF11, arithmetic)";
+    case 0xCD:
+      return "differential sequential (SOF13, arithmetic)";
+    case 0xCE:
+      return "differential progressive (SOF14, arithmetic)";
+    case 0xCF:
+      return "differential lossless (SOF15, arithmetic)";
   }
   return nullptr;
 }
@@ -178,8 +191,9 @@ JpegFacts Walker::Run() {
   if (!restartInterval_) facts_.lines.push_back("restart interval: none");
   if (!tables_.empty()) facts_.lines.push_back("tables:" + tables_);
   if (!markers_.empty()) facts_.lines.push_back("other segments:" + markers_);
-  facts_.lines.push_back(Format("scans: %d, restart markers: %d%s", scans_, restarts_,
-                                eoi && p + 1 < b_.size() ? Format(", %zu bytes after EOI", b_.size() - p - 1).c_str() : ""));
+  facts_.lines.push_back(
+      Format("scans: %d, restart markers: %d%s", scans_, restarts_,
+             eoi && p + 1 < b_.size() ? Format(", %zu bytes after EOI", b_.size() - p - 1).c_str() : ""));
   return facts_;
 }
 

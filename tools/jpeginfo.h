@@ -12,7 +12,7 @@ namespace keljpeg {
 
 struct JpegFacts {
   uint32_t width = 0, height = 0;  // from the frame header, 0 without one
-  std::string error;       // why the markers could not be walked to the end
+  std::string error;               // why the markers could not be walked to the end
   std::vector<std::string> lines;  // "name: value" lines, in file order of their first appearance
 };
 

@@ -75,8 +75,8 @@ int RunJobs(const char* command, const std::vector<std::string>& args, FileKind 
     if (!why.empty()) failures.push_back(inputs[i] + ": " + why);
     if (bar) {
       const size_t done = (i + 1) * 40 / inputs.size();
-      std::fprintf(stderr, "\r[%s%s] %zu/%zu", std::string(done, '#').c_str(), std::string(40 - done, '.').c_str(),
-                   i + 1, inputs.size());
+      std::fprintf(stderr, "\r[%s%s] %zu/%zu", std::string(done, '#').c_str(),
+                   std::string(40 - done, '.').c_str(), i + 1, inputs.size());
       std::fflush(stderr);
     }
   }
@@ -132,16 +132,16 @@ int Decode(const DecodeArgs& a) {
   const FileKind kind = batch ? KindOf("x." + a.to) : KindOf(a.files.back());
   if (kind != FileKind::kPng && kind != FileKind::kPpm && kind != FileKind::kPgm && kind != FileKind::kYuv)
     throw UsageError{"the output must end in .png, .ppm, .pgm or .yuv"};
-  const bool rgb = kind == FileKind::kPng || kind == FileKind::kPpm || (kind == FileKind::kYuv && a.format == "rgba");
+  const bool rgb =
+      kind == FileKind::kPng || kind == FileKind::kPpm || (kind == FileKind::kYuv && a.format == "rgba");
   if ((!a.size.empty() || !a.scale.empty()) && !rgb)
     throw UsageError{"--size and --scale need RGB output (.png, .ppm, or .yuv with --format rgba)"};
   if ((kind == FileKind::kPpm || kind == FileKind::kPgm) && a.format != "default")
     throw UsageError{"--format applies to .png (rgba) and .yuv outputs"};
   if (kind == FileKind::kPng && a.format != "default" && a.format != "rgba")
     throw UsageError{"a .png output takes --format rgba only"};
-  return RunJobs("decode", a.files, kind, [&](const std::string& in, const std::string& out) {
-    return DecodeOne(a, in, out);
-  });
+  return RunJobs("decode", a.files, kind,
+                 [&](const std::string& in, const std::string& out) { return DecodeOne(a, in, out); });
 }
 
 struct EncodeArgs {
@@ -174,7 +174,8 @@ int Encode(const EncodeArgs& a) {
       Picture picture;
       const std::string read = ReadPicture(in, &picture);
       if (!read.empty()) return "cannot read it: " + read;
-      if (!EncodePicture(picture, a.quality, a.rgb, &jpeg, &why)) return "cannot encode it: " + why.Describe();
+      if (!EncodePicture(picture, a.quality, a.rgb, &jpeg, &why))
+        return "cannot encode it: " + why.Describe();
     }
     const std::string wrote = WriteFile(out, jpeg.data(), jpeg.size());
     return wrote.empty() ? std::string() : "cannot write " + out + ": " + wrote;
@@ -230,7 +231,8 @@ int Bench(const std::string& file, const std::string& generate, double seconds) 
 }
 
 int Main(int argc, char** argv) {
-  CLI::App app("keljpeg: decode, encode, inspect and benchmark JPEG files with the keljpeg codec.", "keljpeg");
+  CLI::App app("keljpeg: decode, encode, inspect and benchmark JPEG files with the keljpeg codec.",
+               "keljpeg");
   app.set_version_flag("--version", "keljpeg " KELJPEG_VERSION);
   app.require_subcommand(1);
   app.footer(kExitCodes);
@@ -246,10 +248,12 @@ int Main(int argc, char** argv) {
       ->check(CLI::IsMember({"1/2", "1/4", "1/8"}))
       ->excludes(size);
   decode
-      ->add_option("--format", dec.format,
-                   "rgba: 4-channel PNG or raw RGBA .yuv; yuv: packed Y,U,V .yuv; i420: planar .yuv (the default)")
+      ->add_option(
+          "--format", dec.format,
+          "rgba: 4-channel PNG or raw RGBA .yuv; yuv: packed Y,U,V .yuv; i420: planar .yuv (the default)")
       ->check(CLI::IsMember({"rgba", "yuv", "i420"}));
-  decode->add_option("--alpha", dec.alpha, "alpha byte of RGBA output (default 255)")->check(CLI::Range(0, 255));
+  decode->add_option("--alpha", dec.alpha, "alpha byte of RGBA output (default 255)")
+      ->check(CLI::Range(0, 255));
   decode->add_option("--to", dec.to, "output type in a folder (default png)")
       ->check(CLI::IsMember({"png", "ppm", "pgm", "yuv"}));
   decode->footer(kExitCodes);

@@ -42,10 +42,10 @@ std::string Missing(std::initializer_list<const char*> tools) {
 bool InCi() { return std::getenv("CI") != nullptr && std::string(std::getenv("CI")) == "true"; }
 
 // Under CI a missing peer fails the test instead of skipping it.
-#define REQUIRE_TOOLS(...)                                          \
+#define REQUIRE_TOOLS(...)                                                    \
   if (const std::string missing = Missing({__VA_ARGS__}); !missing.empty()) { \
-    if (InCi()) FAIL() << missing << " not installed";              \
-    GTEST_SKIP() << missing << " not installed";                    \
+    if (InCi()) FAIL() << missing << " not installed";                        \
+    GTEST_SKIP() << missing << " not installed";                              \
   }
 
 std::string WritePnm(const std::string& name, const Bytes& rgb, int width, int height) {
@@ -66,12 +66,14 @@ Bytes PnmSamples(const Bytes& pnm) {
 
 struct EncodeCase {
   int width, height;
-  std::string input;     // ppm or png
-  std::string args;      // for keljpeg encode
-  std::string cjpegArgs; // the peer's equivalent; empty: compare with EncodeJPG
+  std::string input;      // ppm or png
+  std::string args;       // for keljpeg encode
+  std::string cjpegArgs;  // the peer's equivalent; empty: compare with EncodeJPG
 };
 
-void PrintTo(const EncodeCase& c, std::ostream* os) { *os << c.width << "x" << c.height << " " << c.input << " " << c.args; }
+void PrintTo(const EncodeCase& c, std::ostream* os) {
+  *os << c.width << "x" << c.height << " " << c.input << " " << c.args;
+}
 
 class EncodeTest : public ::testing::TestWithParam<EncodeCase> {};
 
@@ -92,19 +94,21 @@ TEST_P(EncodeTest, GivesThePeersOrTheApisBytes) {
   if (!c.cjpegArgs.empty()) {
     expected = keltest::Cjpeg(rgb, c.width, c.height, 3, c.cjpegArgs);
   } else {
-    expected = keltest::Encode(keltest::ToPacked4(rgb, 0), c.width, c.height, 85, kiu::FormatRGB, kiu::FormatRGB).jpeg;
+    expected =
+        keltest::Encode(keltest::ToPacked4(rgb, 0), c.width, c.height, 85, kiu::FormatRGB, kiu::FormatRGB)
+            .jpeg;
   }
   EXPECT_EQ(keltest::ReadFile(out), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Pictures, EncodeTest,
-    ::testing::Values(EncodeCase{321, 243, "png", "", "-baseline -dct int -quality 85"},
-                      EncodeCase{1, 1, "png", "", "-baseline -dct int -quality 85"},
-                      EncodeCase{67, 9, "ppm", "", "-baseline -dct int -quality 85"},
-                      EncodeCase{64, 48, "ppm", "--quality 30", "-baseline -dct int -quality 30"},
-                      EncodeCase{33, 17, "png", "--rgb", ""}),
-    [](const auto& info) { return std::to_string(info.index); });
+INSTANTIATE_TEST_SUITE_P(Pictures, EncodeTest,
+                         ::testing::Values(EncodeCase{321, 243, "png", "", "-baseline -dct int -quality 85"},
+                                           EncodeCase{1, 1, "png", "", "-baseline -dct int -quality 85"},
+                                           EncodeCase{67, 9, "ppm", "", "-baseline -dct int -quality 85"},
+                                           EncodeCase{64, 48, "ppm", "--quality 30",
+                                                      "-baseline -dct int -quality 30"},
+                                           EncodeCase{33, 17, "png", "--rgb", ""}),
+                         [](const auto& info) { return std::to_string(info.index); });
 
 // Each output of `keljpeg decode` holds the entry point's pixels.
 TEST(DecodeTest, EveryOutputHoldsTheEntryPointsPixels) {
@@ -196,19 +200,31 @@ TEST_P(InfoTest, PrintsTheFactsAndTheDecodersVerdict) {
   }
   const Ran r = Tool("info " + jpg);
   EXPECT_EQ(r.rc, c.rc) << r.output;
-  for (const std::string& fact : c.facts) EXPECT_NE(r.output.find(fact), std::string::npos) << fact << "\n" << r.output;
+  for (const std::string& fact : c.facts)
+    EXPECT_NE(r.output.find(fact), std::string::npos) << fact << "\n" << r.output;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Files, InfoTest,
     ::testing::Values(
-        InfoCase{"progressive", "-progressive", "", false, 0,
+        InfoCase{"progressive",
+                 "-progressive",
+                 "",
+                 false,
+                 0,
                  {"size: 40x30", "progressive (SOF2, Huffman)", "scans: 10", "decoder: accepted"}},
-        InfoCase{"restart", "-restart 1", "", false, 0,
+        InfoCase{"restart",
+                 "-restart 1",
+                 "",
+                 false,
+                 0,
                  {"baseline (SOF0", "restart interval: 3 MCUs", "restart markers: 1", "JFIF: version 1.01"}},
-        InfoCase{"cmyk", "", "", true, 0,
-                 {"components: 4", "Adobe: transform 2, YCCK", "decoder: accepted"}},
-        InfoCase{"arithmetic", "", "-arithmetic", false, 1,
+        InfoCase{"cmyk", "", "", true, 0, {"components: 4", "Adobe: transform 2, YCCK", "decoder: accepted"}},
+        InfoCase{"arithmetic",
+                 "",
+                 "-arithmetic",
+                 false,
+                 1,
                  {"extended sequential (SOF9, arithmetic)", "DAC",
                   "refused: lossless, hierarchical and arithmetic-coded JPEG are not supported "
                   "(gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.dinput +601)"}}),
@@ -228,7 +244,8 @@ TEST(BatchTest, ProgressBarOnATerminalOnlyAndFailuresListed) {
   for (const Ran* r : {&piped, &terminal}) {
     EXPECT_EQ(r->rc, 1) << r->output;
     EXPECT_NE(r->output.find("1 of 201 files failed"), std::string::npos) << r->output;
-    EXPECT_NE(r->output.find("bad.jpg: cannot decode it: the file is too short to be a JPEG"), std::string::npos);
+    EXPECT_NE(r->output.find("bad.jpg: cannot decode it: the file is too short to be a JPEG"),
+              std::string::npos);
   }
   EXPECT_EQ(piped.output.find("201/201"), std::string::npos) << piped.output;
   EXPECT_NE(terminal.output.find("] 201/201"), std::string::npos) << terminal.output;
