@@ -32,3 +32,13 @@ if(BUILD_TESTING AND TARGET keljpeg AND TARGET gstkeljpeg AND KELJPEG_GST_API ST
     COMMAND bash ${PROJECT_SOURCE_DIR}/tests/readme_test.sh ${CMAKE_BINARY_DIR} ${PROJECT_SOURCE_DIR}/README.md)
   set_tests_properties(ReadmeShellExamplesRunAsWritten PROPERTIES LABELS "readme")
 endif()
+
+# cmake --build build --target architecture_diagram: renders docs/architecture.dot
+# into the SVG and PNG beside it (checked in, so readers need no Graphviz).
+find_program(KEL_DOT dot)
+if(KEL_DOT)
+  add_custom_target(architecture_diagram
+    COMMAND ${KEL_DOT} -Tsvg architecture.dot -o architecture.svg
+    COMMAND ${KEL_DOT} -Tpng -Gdpi=80 architecture.dot -o architecture.png
+    WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}/docs VERBATIM)
+endif()
