@@ -141,8 +141,9 @@ JpegFacts Walker::Run() {
   size_t p = 2;
   bool eoi = false;
   while (!eoi && facts_.error.empty()) {
+    const size_t start = p;
     while (p < b_.size() && b_[p] == 0xFF) ++p;  // fill bytes before a marker code
-    if (p >= b_.size() || b_[p - 1] != 0xFF) {
+    if (p >= b_.size() || p == start) {
       facts_.error = p >= b_.size() ? "the file ends before EOI" : Format("no marker at offset %zu", p);
       break;
     }
