@@ -1,10 +1,14 @@
 // Every error of the decoder object, the marker reader and the Huffman
 // entropy decoder is produced by some input, with the right source name and
-// line. Inputs come from a minimal JPEG writer; the few errors no file can
-// reach (an earlier check always fires first) are reached by setting the
-// decoder's plain fields.
+// line; hostile headers, every truncation point and the caller's limits give
+// exactly the documented outcome, within bounded memory. Inputs come from a
+// minimal JPEG writer; the few errors no file can reach (an earlier check
+// always fires first) are reached by setting the decoder's plain fields.
 #include <gtest/gtest.h>
 
+#include <regex>
+
+#include "kj.d/CJPGD.h"
 #include "support/testutil.h"
 
 namespace {
@@ -140,6 +144,122 @@ TEST(DecoderErrors, EveryErrorHasAnInputThatReachesItsLine) {
       EXPECT_EQ(site.file + ":" + std::to_string(site.line), file + ":" + std::to_string(row.line));
     }
   }
+}
+
+// Bytes asked of the allocation hook during a decode.
+unsigned long g_requested = 0;
+void* CountingNew(unsigned long n) {
+  g_requested += n;
+  return MMAllocate(n);
+}
+
+// DecodeJPG's result and the sites it printed, e.g. "0 kj.d:57 kj.d:70 CJPGD:91"
+// (the decoder's directory left out); `requested` gets the bytes it allocated.
+std::string Outcome(const Bytes& jpeg, const kjd::DecodeLimits& limits = {}, int width = 0, int height = 0,
+                    unsigned long* requested = nullptr) {
+  STImageSimple image{};
+  g_requested = 0;
+  kau::mem::SetExternalNewAndDelete(CountingNew, MMFree);
+  testing::internal::CaptureStdout();
+  const int rc = DecodeJPG(jpeg.data(), jpeg.size(), 0, &image, width, height, limits);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
+  kau::mem::Delete(image.data);
+  if (requested != nullptr) *requested = g_requested;
+  std::string out = std::to_string(rc);
+  const std::regex site("\\?!exception@ (\\S+) \\+(\\d+) !\\?");
+  for (std::sregex_iterator i(printed.begin(), printed.end(), site), end; i != end; ++i) {
+    std::string file = (*i)[1];
+    if (file.rfind(keltest::kDecDir, 0) == 0) file = file.substr(keltest::kDecDir.size());
+    out += " " + file + ":" + (*i)[2].str();
+  }
+  return out;
+}
+
+// What keljpeg_dec allows: 4097 x 4097 frames, 224 MiB, input coding every block, 500 scans.
+constexpr kjd::DecodeLimits kElement{4097u * 4097u, 224u << 20, 8, 500};
+
+TEST(HostileInput, FailsCleanlyAndCheaplyWithTheDocumentedLine) {
+  const std::vector<int> yuv420 = {1, 0x22, 0, 2, 0x11, 0, 3, 0x11, 0}, scan3 = {1, 0, 2, 0, 3, 0};
+  const Bytes zeros16(16, 0);
+  W tiny = Progressive().Sos({1, 0}, 0, 0, 0);
+  for (int i = 0; i < 3000; ++i) tiny.Sos({1, 0}, 1, 63, 0);  // one EOB each
+  const Bytes tinyScans = tiny.Eoi().b;
+  // clang-format off
+  const struct {
+    const char* name;
+    Bytes input;
+    kjd::DecodeLimits limits;
+    std::string outcome;
+    int width = 0, height = 0;
+  } rows[] = {
+      {"header only, 65500 x 65500", W().Soi().Dqt().Sof(0xC0, 65500, 65500, {1, 0x11, 0}).Eoi().b, {}, "0 kj.dinput:609 kj.d:70"},
+      {"65500 x 65500 and a scan, no data", W().Soi().Dqt().Sof(0xC0, 65500, 65500, yuv420).Tables().Sos(scan3, 0, 63, 0, {}).Eoi().b, {}, "0 kj.d:141"},
+      {"65500 x 352 with 16 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 65500, 352, yuv420).Tables().Sos(scan3, 0, 63, 0, zeros16).Eoi().b, kElement, "0 kj.d:142"},
+      {"4096 x 4096 in 600 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 4096, 4096, yuv420).Tables().Sos(scan3, 0, 63, 0, Bytes(420, 0)).Eoi().b, kElement, "0 kj.d:143"},
+      {"progressive 4 GB store, element limits", W().Soi().Dqt().Sof(0xC2, 65500, 16383, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, kElement, "0 kj.d:142"},
+      {"progressive 2048 x 2048 over 16 MiB", W().Soi().Dqt().Sof(0xC2, 2048, 2048, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {0, 16u << 20, 0, 0}, "0 kj.d:144"},
+      {"upscale box beyond the pixel limit", GreyBaseline(), {1000, 0, 0, 0}, "0 kj.d:142", 4000, 4000},
+      // 1 GB of coefficients claimed, 16 bytes of data, decoded at 1/8: only what the data reaches is allocated.
+      {"progressive 1 GB store at 1/8", W().Soi().Dqt().Sof(0xC2, 65500, 4096, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {}, "1", 8188, 512},
+      {"3000 tiny scans", tinyScans, {}, "1"},
+      {"3000 tiny scans, element limits", tinyScans, kElement, "0 kj.dinput:207"},
+      {"tables redefined between scans", Progressive().Sos({1, 0}, 0, 0, 0).Dht(0x10, {0, 1}, {0}).Dqt().Sos({1, 0}, 1, 63, 0x01, {0x00}).Dht(0x10, {1}, {0}).Sos({1, 0}, 1, 63, 0x10).Eoi().b, {}, "1"},
+      {"restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC0, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 63, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475 CJPGD:71"},
+      {"progressive, restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC2, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475"},
+      {"endless fill bytes after SOI", W().Soi().Raw(Bytes(100000, 0xFF)).b, {}, "0 kj.d:106"},
+      {"endless fill bytes in the data", Grey().Tables().Sos({1, 0}).Raw(Bytes(100000, 0xFF)).Eoi().b, {}, "1"},
+  };
+  // clang-format on
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    unsigned long requested = 0;
+    EXPECT_EQ(Outcome(row.input, row.limits, row.width, row.height, &requested), row.outcome);
+    EXPECT_LT(requested, 64ul << 20);
+  }
+}
+
+// The outcome of the file cut after every byte count, in runs of equal
+// outcome: "from-to outcome; ...".
+std::string Truncations(const Bytes& jpeg) {
+  std::string runs, last;
+  size_t from = 0;
+  for (size_t n = 0; n <= jpeg.size(); ++n) {
+    const std::string now = Outcome(Bytes(jpeg.begin(), jpeg.begin() + n));
+    if (n > 0 && now != last) {
+      runs += std::to_string(from) + "-" + std::to_string(n - 1) + " " + last + "; ";
+      from = n;
+    }
+    last = now;
+  }
+  return runs + std::to_string(from) + "-" + std::to_string(jpeg.size()) + " " + last;
+}
+
+TEST(HostileInput, EveryTruncationGivesItsOutcome) {
+  // clang-format off
+  // Restarts every two MCUs; a progressive file refining DC and AC once.
+  const Bytes baseline = W().Soi().Dqt().Seg(0xDD, {0, 2}).Sof(0xC0, 16, 16, {1, 0x11, 0}).Tables()
+                             .Sos({1, 0}, 0, 63, 0, {0x00, 0xFF, 0xD0, 0x00}).Eoi().b;
+  const Bytes progressive = Progressive().Sos({1, 0}, 0, 0, 0x01).Sos({1, 0}, 1, 63, 0x01)
+                                .Sos({1, 0}, 0, 0, 0x10, {0x00}).Sos({1, 0}, 1, 63, 0x10, {0x00}).Eoi().b;
+  EXPECT_EQ(Truncations(baseline),
+            "0-0 0 CJPGD:63; 1-3 0 kj.d:45 kj.d:70; 4-6 0 kj.dinput:284 kj.d:70; 7-72 0 kj.d:106; "
+            "73-74 0 kj.dinput:303 kj.d:70; 75-78 0 kj.d:106; 79-81 0 kj.dinput:142 kj.d:70; "
+            "82-86 0 kj.dinput:149 kj.d:70; 87-91 0 kj.dinput:609 kj.d:70; 92-110 0 kj.dinput:252 kj.d:70; "
+            "111-113 0 kj.dinput:609 kj.d:70; 114-132 0 kj.dinput:252 kj.d:70; 133-135 0 kj.dinput:609 kj.d:70; "
+            "136-138 0 kj.dinput:179 kj.d:70; 139-139 0 kj.dinput:189 kj.d:70; 140-140 0 kj.dhuff:211; "
+            "141-146 0 kj.dinput:475 CJPGD:71; 147-150 1");
+  EXPECT_EQ(Truncations(progressive),
+            "0-0 0 CJPGD:63; 1-3 0 kj.d:45 kj.d:70; 4-6 0 kj.dinput:284 kj.d:70; 7-72 0 kj.d:106; "
+            "73-75 0 kj.dinput:142 kj.d:70; 76-80 0 kj.dinput:149 kj.d:70; 81-85 0 kj.dinput:609 kj.d:70; "
+            "86-104 0 kj.dinput:252 kj.d:70; 105-107 0 kj.dinput:609 kj.d:70; 108-126 0 kj.dinput:252 kj.d:70; "
+            "127-130 0 kj.dinput:609 kj.d:70; 131-133 0 kj.dinput:179 kj.d:70; 134-134 0 kj.dinput:189 kj.d:70; "
+            "135-136 0 kj.dhuff:428; 137-137 0 kj.dhuff:423; 138-138 0 kj.dhuff:431; 139-141 1; "
+            "142-144 0 kj.dinput:179; 145-145 0 kj.dinput:189; 146-148 0 kj.dhuff:428; 149-149 0 kj.dhuff:431; "
+            "150-152 1; 153-155 0 kj.dinput:179; 156-156 0 kj.dinput:189; 157-158 0 kj.dhuff:428; "
+            "159-159 0 kj.dhuff:423; 160-160 0 kj.dhuff:431; 161-163 1; 164-166 0 kj.dinput:179; "
+            "167-167 0 kj.dinput:189; 168-170 0 kj.dhuff:428; 171-171 0 kj.dhuff:431; 172-175 1");
+  // clang-format on
 }
 
 }  // namespace

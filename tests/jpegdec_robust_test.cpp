@@ -1,11 +1,9 @@
-// Truncated and corrupt input: zero bits and skipped restart intervals for
-// data cut short, the listed errors otherwise, and no access outside buffers
-// (run under -DKEL_SANITIZE=address,undefined). Also stream input through the
-// refill buffer and its sentinel.
+// Input cut short or padded: zero bits for data cut short (or the restart
+// error), fill bytes and a missing EOI change nothing, and stream input
+// through the refill buffer and its sentinel equals memory input.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
 #include "kj.d/kj.d.h"
 #include "support/testutil.h"
@@ -45,11 +43,6 @@ std::vector<keltest::ComponentPlane> StreamPlanes(const Bytes& jpeg, std::vector
   }
   testing::internal::GetCapturedStdout();
   return out;
-}
-
-// Errors come only from the decoder's own sources or the 32-bit guards.
-bool Listed(const std::string& file) {
-  return file.rfind(keltest::kDecDir, 0) == 0 || file == "common/kau/kau";
 }
 
 class Robust : public testing::Test {
@@ -96,43 +89,6 @@ TEST_F(Robust, TruncatedEntropyDataGivesFlatBlocksOrARestartError) {
   const keltest::ErrorSite site =
       keltest::DecodeError(Bytes(restarts.begin(), restarts.begin() + (at + restarts.size()) / 2));
   EXPECT_EQ(site.file + ":" + std::to_string(site.line), keltest::kDecDir + "kj.dinput:475");
-}
-
-TEST_F(Robust, EveryTruncationPointIsSafe) {
-  for (const char* args : {"-sample 2x2 -restart 1", "-progressive -sample 2x1"}) {
-    const Bytes jpeg = keltest::MakeJpeg(23, 17, 3, 8, args);
-    for (size_t n = 0; n <= jpeg.size(); ++n) {
-      const Bytes cut(jpeg.begin(), jpeg.begin() + n);
-      const keltest::ErrorSite site = keltest::DecodeError(cut);
-      EXPECT_TRUE(site.file.empty() || Listed(site.file)) << site.file;
-      StreamPlanes(cut, {1});
-    }
-  }
-}
-
-TEST_F(Robust, CorruptEntropyDataOnlyThrowsListedErrors) {
-  std::mt19937 rng(1234);
-  int errors = 0, decoded = 0;
-  for (const char* args : {"-sample 2x2", "-sample 2x2 -restart 2", "-progressive -sample 2x2",
-                           "-grayscale -progressive -restart 1", "-quality 100 -sample 1x1"}) {
-    const Bytes jpeg = keltest::MakeJpeg(45, 37, std::strstr(args, "gray") != nullptr ? 1 : 3, 6, args);
-    const size_t data = keltest::ScanStart(jpeg);
-    for (int trial = 0; trial < 150; ++trial) {
-      Bytes bad = jpeg;
-      for (int e = 0; e <= trial % 4; ++e) {
-        // Mostly entropy data, sometimes anywhere.
-        const size_t lo = trial % 5 == 0 ? 2 : data, at = lo + rng() % (bad.size() - 2 - lo);
-        const int kind = rng() % 3;
-        bad[at] = kind == 0 ? static_cast<uint8_t>(rng()) : kind == 1 ? bad[at] ^ (1u << rng() % 8) : 0xFF;
-      }
-      StreamPlanes(bad, {3, 1, 5});  // refill boundaries inside corrupt data
-      const keltest::ErrorSite site = keltest::DecodeError(bad);
-      ++(site.file.empty() ? decoded : errors);
-      EXPECT_TRUE(site.file.empty() || Listed(site.file)) << site.file;
-    }
-  }
-  EXPECT_GT(decoded, 0);
-  EXPECT_GT(errors, 0);
 }
 
 // 0xFF 0x00 is a data byte 0xFF and fill bytes before it are skipped; a file

@@ -20,10 +20,11 @@ constexpr kau::Site kSiteChainCatch{kSource, 227};
 constexpr guint32 kMinWidth = 16, kMaxWidth = 4096, kMinHeight = 8, kMaxHeight = 4096;
 
 // The decoder's bounds here: frames that round to the largest size passed
-// on; the memory a progressive 4:2:0 frame of that size needs (a 4:4:4 or
-// four-component progressive one is refused); input that codes every block;
-// a few hundred scans where encoders write about ten.
-constexpr kjd::DecodeLimits kDecodeLimits{(kMaxWidth + 1) * (kMaxHeight + 1), 192u << 20, 8, 500};
+// on; the memory a progressive 4:2:0 frame of that size needs (219 MB: its
+// coefficients, 4-byte pixels and YUV rows; a 4:4:4 progressive one is
+// refused); input that codes every block; hundreds of scans where encoders
+// write about ten.
+constexpr kjd::DecodeLimits kDecodeLimits{(kMaxWidth + 1) * (kMaxHeight + 1), 224u << 20, 8, 500};
 
 GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
     "sink", GST_PAD_SINK, GST_PAD_ALWAYS,
