@@ -265,7 +265,8 @@ Block** Component::WholeImage::Band(Decoder* decoder, uint32_t first, uint32_t b
   Block** band = rows + first;
   if (band[0] == nullptr) {
     // Create bounded the whole store, so a band's size fits 32 bits.
-    Block* all = decoder->heap.AllocateZeroedArray<Block>(bandRows * blocksPerRow == 0 ? 1 : bandRows * blocksPerRow);
+    Block* all =
+        decoder->heap.AllocateZeroedArray<Block>(bandRows * blocksPerRow == 0 ? 1 : bandRows * blocksPerRow);
     for (uint32_t r = 0; r < bandRows; ++r) band[r] = all + r * blocksPerRow;
   }
   return band;
