@@ -177,6 +177,19 @@ TEST(DecoderErrors, EveryErrorHasAnInputThatReachesItsLine) {
   }
 }
 
+// `count` EOB runs of 32767 blocks: AC code "0" for symbol 0xE0, 14 one bits.
+Bytes EobRuns(int count) {
+  std::string bits;
+  for (int i = 0; i < count; ++i) bits += "0" + std::string(14, '1');
+  bits.resize((bits.size() + 7) / 8 * 8, '1');
+  Bytes out;
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    out.push_back(static_cast<uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
+    if (out.back() == 0xFF) out.push_back(0x00);
+  }
+  return out;
+}
+
 // What keljpeg_dec allows: 4097 x 4097 frames, 224 MiB, input coding every block, 500 scans.
 constexpr kjd::DecodeLimits kElement{4097u * 4097u, 224u << 20, 8, 500};
 
@@ -201,8 +214,8 @@ TEST(HostileInput, FailsCleanlyAndCheaplyWithTheDocumentedLine) {
       {"progressive 4 GB store, element limits", W().Soi().Dqt().Sof(0xC2, 65500, 16383, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, kElement, "0 kj.d:142"},
       {"progressive 2048 x 2048 over 16 MiB", W().Soi().Dqt().Sof(0xC2, 2048, 2048, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {0, 16u << 20, 0, 0}, "0 kj.d:144"},
       {"upscale box beyond the pixel limit", GreyBaseline(), {1000, 0, 0, 0}, "0 kj.d:142", 4000, 4000},
-      // 1 GB of coefficients claimed, 16 bytes of data, decoded at 1/8: only what the data reaches is allocated.
-      {"progressive 1 GB store at 1/8", W().Soi().Dqt().Sof(0xC2, 65500, 4096, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {}, "1", 8188, 512},
+      // A scan that ran out of data makes no band, nor do the blocks an EOB run passes over.
+      {"progressive 1 GB store at 1/8", W().Soi().Dqt().Sof(0xC2, 65500, 4096, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Dht(0x10, {1}, {0xE0}).Sos({1, 0}, 1, 63, 0, EobRuns(1)).Eoi().b, {}, "1", 8188, 512},
       {"3000 tiny scans", tinyScans, {}, "1"},
       {"3000 tiny scans, element limits", tinyScans, kElement, "0 kj.dinput:207"},
       {"tables redefined between scans", Progressive().Sos({1, 0}, 0, 0, 0).Dht(0x10, {0, 1}, {0}).Dqt().Sos({1, 0}, 1, 63, 0x01, {0x00}).Dht(0x10, {1}, {0}).Sos({1, 0}, 1, 63, 0x10).Eoi().b, {}, "1"},

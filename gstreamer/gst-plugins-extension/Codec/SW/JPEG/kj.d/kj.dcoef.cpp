@@ -22,6 +22,13 @@ inline bool MayDecode(const Decoder* d) {
   return !d->insufficientData || (d->restartInterval != 0 && d->restartsToGo == 0);
 }
 
+// Whether the next MCU of a progressive AC scan lies inside an EOB run: its
+// block is then left alone (first scan) or only its non-zero coefficients
+// are refined, so an absent band's block stays zero without being stored.
+inline bool InEobRun(const Decoder* d) {
+  return d->progressive && d->Ss != 0 && d->eobRun > 0 && !(d->restartInterval != 0 && d->restartsToGo == 0);
+}
+
 inline int FinishInputRow(Decoder* d) {
   if (d->inputImcuRow == d->mcuRows) {
     d->consumeInput = Decoder::Input_ReadMarkers0;
@@ -154,11 +161,15 @@ int Decoder::Dcoef_ReadMultiScan0(Decoder* d) {
   if (d->componentsInScan == 1) {
     Component* c = d->scanComponents[0];
     const uint32_t rows = last ? c->lastRowHeight : c->v;
+    Block** band = c->wholeImage->rows + row * c->v;
     Block** storeRows = nullptr;
     for (uint32_t y = 0; y < rows; ++y) {
       for (uint32_t x = 0; x < c->widthInBlocks; ++x) {
-        if (storeRows == nullptr && MayDecode(d)) storeRows = c->wholeImage->Band(d, row * c->v, c->v);
-        Block* one = storeRows != nullptr ? storeRows[y] + x : nullptr;
+        // An existing band is always taken; an absent one is made only for
+        // an MCU that may change its block.
+        if (storeRows == nullptr && (band[0] != nullptr || (MayDecode(d) && !InEobRun(d))))
+          storeRows = c->wholeImage->Band(d, row * c->v, c->v);
+        Block* one = storeRows != nullptr ? storeRows[y] + x : d->mcuBuffer;
         d->Dcoef_DecodeStep(&one, decode);
       }
     }
@@ -232,6 +243,7 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
     }
     return Dcoef_DecompressSingleScan0;
   }
+  mcuBuffer = heap.AllocateZeroedArray<Block>(1);  // the zero block EOB runs pass over
   for (Component* c = components; c != componentsEnd; ++c) {
     const uint32_t rows = kau::RoundUp(c->heightInBlocks, c->v);
     const uint32_t cols = kau::RoundUp(c->widthInBlocks, c->h);
