@@ -181,7 +181,7 @@ TEST(DecoderErrors, EveryErrorHasAnInputThatReachesItsLine) {
 Bytes EobRuns(int count) {
   std::string bits;
   for (int i = 0; i < count; ++i) bits += "0" + std::string(14, '1');
-  bits.resize((bits.size() + 7) / 8 * 8, '1');
+  bits.resize((bits.size() + 7) / 8 * 8, '0');
   Bytes out;
   for (size_t i = 0; i < bits.size(); i += 8) {
     out.push_back(static_cast<uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
