@@ -18,9 +18,8 @@
 namespace kelfuzz {
 namespace {
 
-// Header claims above this are not decoded here: memory must follow the data,
-// and a decode the size of the claim tells nothing the small ones do not.
-constexpr uint64_t kMaxPixels = 1u << 20;
+// Tight limits: memory and work follow the data, not what a header claims.
+constexpr kjd::DecodeLimits kLimits{1u << 20, 32u << 20, 8, 100};
 
 void Require(bool ok, const char* what) {
   if (ok) return;
@@ -50,24 +49,6 @@ MMStream* ByteStream(const uint8_t* data, size_t size) {
   Require(s != nullptr, "a byte stream over memory is made");
   MMStreamReady(s);
   return s;
-}
-
-// The frame the stream's header claims is small enough to decode here. Leaves
-// the read position where it was.
-bool Affordable(MMStream* s) {
-  unsigned long start = 0;
-  uint32_t width = 0, height = 0;
-  MMStreamTell(s, &start);
-  const int found = kjd::Input::FrameSize(s, &width, &height);
-  MMStreamSeek(s, static_cast<long>(start), MMStreamSeekFromStart);
-  return found == 0 || uint64_t(width) * height <= kMaxPixels;
-}
-
-bool Affordable(const uint8_t* data, size_t size) {
-  MMStream* s = ByteStream(data, size);
-  const bool ok = Affordable(s);
-  MMStreamDelete(&s);
-  return ok;
 }
 
 // Reads every byte of a result, so that a buffer shorter than its record
@@ -106,15 +87,15 @@ int Decode(const uint8_t* data, size_t size) {
   const uint8_t flags = in.U8();
   const unsigned long alpha = (flags & 1) != 0 ? 256u + in.U8() : in.U8();
   const int width = RequestedSide(in.U8()), height = RequestedSide(in.U8());
-  if (in.n == 0 || !Affordable(in.p, in.n)) return 0;
+  if (in.n == 0) return 0;
   STImageSimple image{};
   int rc;
   if ((flags & 2) != 0) {
     MMStream* s = ByteStream(in.p, in.n);
-    rc = DecodeJPG(s, alpha, &image, width, height);
+    rc = DecodeJPG(s, alpha, &image, width, height, kLimits);
     MMStreamDelete(&s);
   } else {
-    rc = DecodeJPG(in.p, in.n, alpha, &image, width, height);
+    rc = DecodeJPG(in.p, in.n, alpha, &image, width, height, kLimits);
   }
   if (rc == 0) {
     Require(image.data == nullptr, "a failed decode leaves the record alone");
@@ -132,16 +113,16 @@ int DecodeYuv(const uint8_t* data, size_t size) {
   kiu::StartUp();
   Bytes in{data, size};
   const uint8_t flags = in.U8();
-  if (in.n == 0 || !Affordable(in.p, in.n)) return 0;
+  if (in.n == 0) return 0;
   const bool planar = (flags & 1) != 0;
   STImageSimple image{};
   int rc;
   if ((flags & 2) != 0) {
     MMStream* s = ByteStream(in.p, in.n);
-    rc = jpdyuv::DecodeJPG(s, &image, planar);
+    rc = jpdyuv::DecodeJPG(s, &image, planar, kLimits);
     MMStreamDelete(&s);
   } else {
-    rc = jpdyuv::DecodeJPG(in.p, in.n, &image, planar);
+    rc = jpdyuv::DecodeJPG(in.p, in.n, &image, planar, kLimits);
   }
   if (rc == 0) {
     Require(image.data == nullptr, "a failed decode leaves the record alone");
@@ -181,7 +162,7 @@ int Feed(const uint8_t* data, size_t size) {
       MMStreamReady(s);
     }
     STImageSimple image{};
-    if (Affordable(s) && jpdyuv::DecodeJPG(s, &image, planar) == 1) {
+    if (jpdyuv::DecodeJPG(s, &image, planar, kLimits) == 1) {
       Consume(image, planar ? image.size : uint64_t(image.width) * image.height * 3);
     }
     MMStreamSeek(s, 0, MMStreamSeekFromEnd);
