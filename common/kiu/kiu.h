@@ -161,6 +161,17 @@ KEL_API void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, u
 KEL_API void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
                                   unsigned char* output);
 
+// Decoder-internal row kernels (not exported). I420 rows of even `width`
+// from two luma rows sharing one chroma row: the 2x2 average of the YUV of
+// each pixel's RGB, as the two table conversions give it.
+void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,
+                         const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
+                         unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// I420 rows of even `width` from two rows of packed 3-byte Y, U, V pixels:
+// luma as it is, chroma the rounded 2x2 average.
+void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,
+                     unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+
 // Format code of a three- or four-letter name, case-insensitive; throws on
 // a null, longer or unknown name.
 KEL_API Format ColorSpaceFrom(const char* name);
