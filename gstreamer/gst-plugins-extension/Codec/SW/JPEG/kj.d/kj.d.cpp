@@ -209,9 +209,7 @@ void Decoder::PlanOutput(long width, long height) {
   Input_StartScan();
   // The merged and raw plans need the layout-specific controllers; the rows
   // they write are the same as the general controller's.
-  const OutputPlan plan = output.plan;
-  decompress = Dcoef_Prepare(plan != OutputPlan::kReplicated && plan != OutputPlan::kResampled &&
-                             plan != OutputPlan::kYuvOfRgb);
+  decompress = Dcoef_Prepare(!output.Upsampled());
 }
 
 bool Decoder::ProduceRows(const OutputTarget& target) {

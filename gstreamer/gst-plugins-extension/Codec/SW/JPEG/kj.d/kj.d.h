@@ -137,6 +137,11 @@ class Decoder : public kiu::Decoder {
     uint32_t rowGroupRows = 0;
     unsigned char** upsampledRows[4] = {};
     unsigned char* rgbaRow = nullptr;  // one 4-byte row on the way to YUV
+    // Chroma repeated into full rows before a row converter; the other plans
+    // read the inverse-DCT rows of the layout-specific controllers.
+    bool Upsampled() const {
+      return plan == OutputPlan::kReplicated || plan == OutputPlan::kResampled || plan == OutputPlan::kYuvOfRgb;
+    }
   };
   // Where the rows go: packed rows of `stride` bytes up to `end`, or I420
   // planes of the even size `width` x `height`.
@@ -309,11 +314,15 @@ class Decoder : public kiu::Decoder {
   uint32_t componentCount = 0;
   uint8_t progressive = 0;
   uint32_t restartInterval = 0;
-  uint8_t jfifSeen = 0;
-  uint8_t jfifMajor = 1;
-  uint8_t jfifMinor = 1;
-  uint8_t adobeSeen = 0;
-  uint8_t adobeTransform = 0;
+  // APP0 "JFIF" and APP14 "Adobe": the colour model's evidence.
+  struct ColourMarkers {
+    uint8_t jfifSeen = 0;
+    uint8_t jfifMajor = 1;
+    uint8_t jfifMinor = 1;
+    uint8_t adobeSeen = 0;
+    uint8_t adobeTransform = 0;
+  };
+  ColourMarkers markers;
   uint32_t maxH = 0;
   uint32_t maxV = 0;
   uint32_t inputImcuRow = 0;

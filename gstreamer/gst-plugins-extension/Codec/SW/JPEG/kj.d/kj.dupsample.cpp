@@ -80,12 +80,12 @@ void Decoder::Upsample_SelectFormat() {
   switch (componentCount) {
     case 3: {
       const Component* c = components;
-      if (jfifSeen) {
+      if (markers.jfifSeen) {
         colorModel = kYCbCr;
-      } else if (adobeSeen) {
-        if (adobeTransform == 0)
+      } else if (markers.adobeSeen) {
+        if (markers.adobeTransform == 0)
           colorModel = kRGB;
-        else if (adobeTransform == 1)
+        else if (markers.adobeTransform == 1)
           colorModel = kYCbCr;
         else
           kau::Throw(kSiteAdobeTransform);
@@ -97,7 +97,7 @@ void Decoder::Upsample_SelectFormat() {
       break;
     }
     case 4:
-      colorModel = adobeSeen && adobeTransform != 0 ? kYCCK : kCMYK;
+      colorModel = markers.adobeSeen && markers.adobeTransform != 0 ? kYCCK : kCMYK;
       break;
     case 1:
       colorModel = kGrey;
@@ -142,9 +142,8 @@ void Decoder::Upsample_Init(bool rescale) {
     plan = YCbCrPlan(kind, LayoutOf(components));
   else
     plan = kind == OutputKind::kRgba ? Plan::kReplicated : Plan::kYuvOfRgb;
-  if (plan == Plan::kYuvOfRgb) output.rgbaRow = heap.AllocateArray<unsigned char>(outputWidth * 4 + 4);
-  if (plan != Plan::kReplicated && plan != Plan::kResampled && plan != Plan::kYuvOfRgb) {
-    // Merged and raw plans read the inverse-DCT rows themselves.
+  if (plan == Plan::kYuvOfRgb) output.rgbaRow = heap.AllocateArray<unsigned char>(outputWidth * 4);
+  if (!output.Upsampled()) {
     Component* c = components;
     for (int i = 0; i < 3; ++i) {
       Upsample_FindComponentDimensions(&c[i], S);
@@ -291,12 +290,11 @@ class RowSink {
 
 void Decoder::Upsample_ProcessRows(const OutputTarget& target) {
   const Plan plan = output.plan;
-  const bool merged = plan == Plan::kMerged111 || plan == Plan::kMerged211 || plan == Plan::kMerged420 ||
-                      plan == Plan::kI420Merged420;
+  // Guards of the plan against the image; Upsample_Init never breaks them.
   const bool raw = plan == Plan::kRawYuv111 || plan == Plan::kRawYuv211;
   if (raw && LayoutOf(components) != (plan == Plan::kRawYuv111 ? Layout::k111 : Layout::k211))
     kau::Throw(kSiteFusedYuvLayout);
-  if (merged && output.colorModel != kYCbCr) kau::Throw(kSiteFusedRgbaLayout);
+  if (!raw && !output.Upsampled() && output.colorModel != kYCbCr) kau::Throw(kSiteFusedRgbaLayout);
 
   // One iMCU row of inverse-DCT rows per component, as wide as whole MCUs.
   unsigned char** samples[4] = {};
@@ -313,8 +311,8 @@ void Decoder::Upsample_ProcessRows(const OutputTarget& target) {
   }
   const bool i420 = target.planes[0] != nullptr;
   unsigned char* scratch = nullptr;
-  if (i420 && plan != Plan::kI420Merged420) scratch = heap.AllocateArray<unsigned char>(outputWidth * 6 + 2);
-  RowSink sink(target, scratch, outputWidth * 3 + 1);
+  if (i420 && plan != Plan::kI420Merged420) scratch = heap.AllocateArray<unsigned char>(outputWidth * 6);
+  RowSink sink(target, scratch, outputWidth * 3);
 
   const uint32_t S = dctScaledSize;
   const unsigned long W = outputWidth;
@@ -337,8 +335,8 @@ void Decoder::Upsample_ProcessRows(const OutputTarget& target) {
               output.upsampledRows[c->index] = in;
           }
           if (plan != Plan::kYuvOfRgb) {
-            unsigned char* at = sink.Row();
-            at = Upsample_ConvertRowsInGroup(at, target.end, target.stride);
+            // 4-byte rows, packed output only: the group converts itself.
+            Upsample_ConvertRowsInGroup(sink.Row(), target.end, target.stride);
             for (uint32_t i = 0; i < maxV && !sink.Full(); ++i) sink.Done();
             continue;
           }
