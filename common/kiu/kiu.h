@@ -4,6 +4,7 @@
 #ifndef KIU_KIU_H
 #define KIU_KIU_H
 
+#include <algorithm>
 #include <cstdint>
 
 #include "../kau/kexport.h"
@@ -84,14 +85,14 @@ struct RoundTrip {
 };
 inline RoundTrip RoundTripOf(int cb, int cr) {
   const ChromaOffsets o = ChromaOffsetsOf(cb, cr);
-  const int32_t lo = o.r < o.g ? (o.r < o.b ? o.r : o.b) : (o.g < o.b ? o.g : o.b);
-  const int32_t hi = o.r > o.g ? (o.r > o.b ? o.r : o.b) : (o.g > o.b ? o.g : o.b);
+  const int32_t lo = std::min(std::min(o.r, o.g), std::min(o.b, 0));
+  const int32_t hi = std::max(std::max(o.r, o.g), std::max(o.b, 0));
   RoundTrip t;
   t.dy = (19595 * o.r + 38470 * o.g + 7471 * o.b + 32768) >> 16;
   t.u = static_cast<uint8_t>((-11059 * o.r - 21709 * o.g + 32768 * o.b + 8421375) >> 16);
   t.v = static_cast<uint8_t>((32768 * o.r - 27439 * o.g - 5329 * o.b + 8421375) >> 16);
-  t.yLow = lo < 0 ? -lo : 0;
-  t.yHigh = hi > 0 ? 255 - hi : 255;
+  t.yLow = -lo;
+  t.yHigh = 255 - hi;
   return t;
 }
 // The exact round trip of one pixel: the identity inside the range, the
