@@ -214,7 +214,7 @@ void Decoder::PlanOutput(long width, long height) {
 
 bool Decoder::ProduceRows(const OutputTarget& target) {
   try {
-    Upsample_ProcessRows(target);
+    Upsample_ProcessSingleRows(target);
     return true;
   } catch (...) {
     kau::ReportCurrentException(kSiteRowsCatch);

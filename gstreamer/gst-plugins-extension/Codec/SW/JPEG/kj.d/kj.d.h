@@ -267,9 +267,8 @@ class Decoder : public kiu::Decoder {
   void Upsample_FindComponentDimensions(Component* component, unsigned long size);
   void Upsample_Init(bool rescale);
   unsigned char* Upsample_ConvertRowsInGroup(unsigned char* output, unsigned char* end, unsigned long stride);
-  unsigned char* Upsample_ProcessSingleRows(unsigned char* output, unsigned char* end, unsigned long stride);
   // Every row of the image into `target`, packed or I420, by the plan.
-  void Upsample_ProcessRows(const OutputTarget& target);
+  void Upsample_ProcessSingleRows(const OutputTarget& target);
   static void Upsample_H2V1(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
   static void Upsample_H2V2(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
   static void Upsample_HandleAnyIntegralRatios(Decoder* d, Component* c, unsigned char** input,

@@ -228,16 +228,6 @@ unsigned char* Decoder::Upsample_ConvertRowsInGroup(unsigned char* output, unsig
   return output;
 }
 
-unsigned char* Decoder::Upsample_ProcessSingleRows(unsigned char* output, unsigned char* end,
-                                                   unsigned long stride) {
-  OutputTarget target;
-  target.pixels = output;
-  target.end = end;
-  target.stride = stride;
-  Upsample_ProcessRows(target);
-  return end;
-}
-
 namespace {
 
 // Takes the image's rows in order: packed rows go straight into the
@@ -288,7 +278,7 @@ class RowSink {
 
 }  // namespace
 
-void Decoder::Upsample_ProcessRows(const OutputTarget& target) {
+void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
   const Plan plan = output.plan;
   // Guards of the plan against the image; Upsample_Init never breaks them.
   const bool raw = plan == Plan::kRawYuv111 || plan == Plan::kRawYuv211;
@@ -357,19 +347,15 @@ void Decoder::Upsample_ProcessRows(const OutputTarget& target) {
         break;
       }
       case Plan::kMerged111:
+      case Plan::kMerged211: {
+        const auto convert = plan == Plan::kMerged111 ? kiu::ConvertYUV111toRGBA : kiu::ConvertYUV211toRGBA;
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
           unsigned char** rows[3] = {samples[0] + r, samples[1] + r, samples[2] + r};
-          kiu::ConvertYUV111toRGBA(W, rows, alpha, sink.Row());
+          convert(W, rows, alpha, sink.Row());
           sink.Done();
         }
         break;
-      case Plan::kMerged211:
-        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
-          unsigned char** rows[3] = {samples[0] + r, samples[1] + r, samples[2] + r};
-          kiu::ConvertYUV211toRGBA(W, rows, alpha, sink.Row());
-          sink.Done();
-        }
-        break;
+      }
       case Plan::kMerged420:
         // Pairs of rows share a chroma row; an odd last row goes alone.
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
