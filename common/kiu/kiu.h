@@ -168,6 +168,11 @@ KEL_API void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, 
 void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,
                          const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
                          unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// I420 rows of even `width` from rows `row` and `row` + 1 of Y, Cb, Cr
+// planes taken as they are (chroma at x / 2 when halved): luma copied,
+// chroma the rounded 2x2 average of the repeated samples.
+void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes, uint32_t row,
+                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 // I420 rows of even `width` from two rows of packed 3-byte Y, U, V pixels:
 // luma as it is, chroma the rounded 2x2 average.
 void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,

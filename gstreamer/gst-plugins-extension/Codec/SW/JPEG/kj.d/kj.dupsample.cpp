@@ -299,12 +299,16 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
     for (uint32_t r = 0; r < rows; ++r) pointers[r] = block + r * width;
     samples[c->index] = pointers;
   }
+  const uint32_t S = dctScaledSize;
   const bool i420 = target.planes[0] != nullptr;
+  // Raw samples become I420 straight from row pairs when an iMCU row holds
+  // whole pairs; otherwise they go through packed rows.
+  const bool rawPairs = i420 && raw && S % 2 == 0;
   unsigned char* scratch = nullptr;
-  if (i420 && plan != Plan::kI420Merged420) scratch = heap.AllocateArray<unsigned char>(outputWidth * 6);
+  if (i420 && plan != Plan::kI420Merged420 && !rawPairs)
+    scratch = heap.AllocateArray<unsigned char>(outputWidth * 6);
   RowSink sink(target, scratch, outputWidth * 3);
 
-  const uint32_t S = dctScaledSize;
   const unsigned long W = outputWidth;
   const unsigned char alpha = alphaValue;
   // Every iMCU row is decoded even when an I420 picture drops the last row,
@@ -339,6 +343,14 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
         break;
       case Plan::kRawYuv111:
       case Plan::kRawYuv211: {
+        if (rawPairs) {
+          for (uint32_t r = 0; r < S && !sink.Full(); r += 2) {
+            const uint32_t y = sink.TakePair();
+            kiu::ConvertYUVtoI420(target.width, plan == Plan::kRawYuv211, samples, r, sink.Plane(0, y),
+                                  sink.Plane(0, y + 1), sink.Plane(1, y / 2), sink.Plane(2, y / 2));
+          }
+          break;
+        }
         const ConvertFn convert = plan == Plan::kRawYuv111 ? kiu::ConvertYUVtoYUV : kiu::ConvertYUV211toYUV;
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
           convert(W, samples, r, sink.Row());
