@@ -62,7 +62,7 @@ TEST(RequestedSize, PicksTheDctScaleThenRescalesKeepingTheAspectRatio) {
     kjd::Decoder decoder(jpeg.data(), jpeg.size(), 200);
     kau::mem::Delete(decoder.DecodeImage(c.w, c.h));
     EXPECT_EQ(decoder.dctScaledSize, c.scale);
-    EXPECT_EQ(decoder.needsRescale != 0, c.rescale);
+    EXPECT_EQ(decoder.NeedsRescale(), c.rescale);
     EXPECT_EQ(decoder.OutputWidth(), c.outW);
     EXPECT_EQ(decoder.OutputHeight(), c.outH);
 
@@ -92,8 +92,8 @@ TEST(RequestedSize, NegativeValuesCountPixelsPerEightAndAMixedPairIsKept) {
   for (const auto& c : cases) {
     kjd::Decoder decoder(jpeg.data(), jpeg.size(), 0);
     kau::mem::Delete(decoder.DecodeImage(c.w, c.h));
-    EXPECT_EQ(decoder.targetWidth, c.tw);
-    EXPECT_EQ(decoder.targetHeight, c.th);
+    EXPECT_EQ(decoder.output.targetWidth, c.tw);
+    EXPECT_EQ(decoder.output.targetHeight, c.th);
   }
   // -4, 0: a zero target height cannot be scaled to.
   std::string out;
@@ -226,9 +226,9 @@ TEST(Failures, EveryEntryPointReturnsZeroWithItsLine) {
       {"yuv stream null record", stream(2), Line(yu, 27), 0},
       {"yuv null stream", [](STImageSimple* i) { return jpdyuv::DecodeJPG(static_cast<MMStream*>(nullptr), i, true); }, Line(kd, 78) + Line(kd, 91), 0},
       {"yuv not a JPEG", yuv(notJpeg, true), Line(kd, 57) + Line(kd, 70), 0},
-      {"yuv pixels", yuv(jpeg, true), Line(kd, 176), rgbaSize},
+      {"yuv pixels", yuv(jpeg, false), Line(kd, 176), packedSize},
       {"yuv rows fail", yuv(badRestart, false), rows + Line(yu, 30), 0},
-      {"yuv conversion buffer", yuv(jpeg, true), Line(kd, 210), packedSize},
+      {"yuv planar rows fail", yuv(badRestart, true), rows + Line(yu, 30), 0},
       {"yuv planes", yuv(jpeg, true), Line(yu, 41), planarSize},
       // clang-format on
   };
@@ -257,10 +257,10 @@ TEST(Failures, DriverLinesOnlyReachableThroughTheDecoder) {
   EXPECT_EQ(keltest::ThrownAt([&] { decoder.DecodeImage(0, 0); }), kDecDir + "kj.d:106");
   // YUV output that needs a rescale to a zero height.
   kjd::Decoder second(jpeg.data(), jpeg.size(), 0);
-  second.yuvWanted = 1;
+  second.output.kind = kjd::Decoder::OutputKind::kPackedYuv;
   unsigned char* pixels = second.DecodeImage(-4, 0);
   ASSERT_NE(pixels, nullptr);
-  EXPECT_EQ(second.directYuv, 0);  // a rescale keeps YCbCr on the RGB converter
+  EXPECT_TRUE(second.NeedsRescale());  // 4-byte RGB, resampled before it becomes YUV
   testing::internal::CaptureStdout();
   EXPECT_EQ(keltest::ThrownAt([&] { second.ScaleImageYUV(pixels); }), kDecDir + "kj.d:203");
   testing::internal::GetCapturedStdout();

@@ -3,6 +3,7 @@
 // and chroma pairing on photo-like pictures, and format names.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 
 #include "kau/kau.h"
@@ -169,6 +170,38 @@ TEST(PeerTurboJpeg, RgbToYuvMatchesThePeersForwardTransform) {
 }
 
 #endif  // KEL_HAVE_TURBOJPEG
+
+// Over every (Y, Cb, Cr): the one-pass YUV of a pixel equals RGB then YUV
+// through the two documented conversions, and inside the no-clamp range the
+// round trip is Y + dy with U, V of the chroma pair alone.
+TEST(RoundTrip, EqualsRgbThenYuvForEveryPixel) {
+  int identityPixels = 0;
+  for (int cb = 0; cb < 256; ++cb)
+    for (int cr = 0; cr < 256; ++cr) {
+      const kiu::RoundTrip t = kiu::RoundTripOf(cb, cr);
+      for (int y = 0; y < 256; ++y) {
+        unsigned char ycc[3] = {static_cast<unsigned char>(y), static_cast<unsigned char>(cb),
+                                static_cast<unsigned char>(cr)};
+        unsigned char rgb[4], want[3];
+        kiu::ConvertYUVtoRGB(1, ycc, rgb);
+        kiu::ConvertRGBtoYUV(1, rgb, want);
+        const bool clamps = std::min({rgb[0], rgb[1], rgb[2]}) == 0 || std::max({rgb[0], rgb[1], rgb[2]}) == 255;
+        const bool inRange = y >= t.yLow && y <= t.yHigh;
+        if (inRange) {
+          ASSERT_EQ(Bytes(want, want + 3), Bytes({uint8_t(y + t.dy), t.u, t.v})) << y << " " << cb << " " << cr;
+        }
+        // The range is not too narrow: only a pixel touching 0 or 255 may leave it.
+        if (!clamps) {
+          ASSERT_TRUE(inRange) << y << " " << cb << " " << cr;
+        }
+        identityPixels += inRange;
+        uint8_t got[3];
+        kiu::RoundTripPixel(y, cb, cr, t, got[0], got[1], got[2]);
+        ASSERT_EQ(Bytes(got, got + 3), Bytes(want, want + 3)) << y << " " << cb << " " << cr;
+      }
+    }
+  EXPECT_GT(identityPixels, 1 << 21);  // about a quarter of the cube, most of a photo
+}
 
 TEST(ColorSpaceFrom, NamesFormatsIgnoringCase) {
   const std::pair<const char*, int> names[] = {

@@ -1,5 +1,7 @@
 #include "kiu.h"
 
+#include <algorithm>
+
 #include "../kau/kau.h"
 
 namespace kiu {
@@ -94,19 +96,39 @@ inline void Yuv211Row(uint32_t count, const unsigned char* y, const unsigned cha
   if (count & 1) Yuv(y[count - 1], cb[pairs], cr[pairs], out);
 }
 
-inline void Rgba211Row(uint32_t count, const unsigned char* y, const unsigned char* cb,
-                       const unsigned char* cr, unsigned char alpha, unsigned char* out) {
-  uint32_t pairs = count / 2;
-  for (uint32_t i = 0; i < pairs; ++i, out += 8) {
-    YccToRgb(y[2 * i], cb[i], cr[i], out);
-    out[3] = alpha;
-    YccToRgb(y[2 * i + 1], cb[i], cr[i], out + 4);
-    out[7] = alpha;
+inline void PutRgba(int y, const ChromaOffsets& o, unsigned char alpha, unsigned char* out) {
+  const unsigned char* clamp = rangeLimitTable.bytes + 256;
+  out[0] = clamp[y + o.r];
+  out[1] = clamp[y + o.g];
+  out[2] = clamp[y + o.b];
+  out[3] = alpha;
+}
+
+// Chroma terms once per pair of pixels; `y1` (may be null) is a second luma
+// row sharing the chroma, written to `out1`.
+inline void Rgba211Rows(uint32_t count, const unsigned char* y0, const unsigned char* y1,
+                        const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
+                        unsigned char* out0, unsigned char* out1) {
+  const uint32_t pairs = count / 2;
+  for (uint32_t i = 0; i < pairs; ++i, out0 += 8, out1 += 8) {
+    const ChromaOffsets o = ChromaOffsetsOf(cb[i], cr[i]);
+    PutRgba(y0[2 * i], o, alpha, out0);
+    PutRgba(y0[2 * i + 1], o, alpha, out0 + 4);
+    if (y1 != nullptr) {
+      PutRgba(y1[2 * i], o, alpha, out1);
+      PutRgba(y1[2 * i + 1], o, alpha, out1 + 4);
+    }
   }
   if (count & 1) {
-    YccToRgb(y[count - 1], cb[pairs], cr[pairs], out);
-    out[3] = alpha;
+    const ChromaOffsets o = ChromaOffsetsOf(cb[pairs], cr[pairs]);
+    PutRgba(y0[count - 1], o, alpha, out0);
+    if (y1 != nullptr) PutRgba(y1[count - 1], o, alpha, out1);
   }
+}
+
+inline void Rgba211Row(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                       const unsigned char* cr, unsigned char alpha, unsigned char* out) {
+  Rgba211Rows(count, y, nullptr, cb, cr, alpha, out, out);
 }
 
 }  // namespace
@@ -233,8 +255,66 @@ void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, unsigned 
 void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
                           unsigned char* output) {
   uint32_t n = static_cast<uint32_t>(count);
-  Rgba211Row(n, planes[0][0], planes[1][0], planes[2][0], alpha, output);
-  Rgba211Row(n, planes[0][1], planes[1][0], planes[2][0], alpha, output + 4 * n);
+  Rgba211Rows(n, planes[0][0], planes[0][1], planes[1][0], planes[2][0], alpha, output, output + 4 * n);
+}
+
+void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,
+                         const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
+                         unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
+  for (uint32_t i = 0, pairs = width / 2; i < pairs; ++i) {
+    const RoundTrip t = RoundTripOf(cb[i], cr[i]);
+    const int a = y0[2 * i], b = y0[2 * i + 1], c = y1[2 * i], d = y1[2 * i + 1];
+    const int lo = std::min(std::min(a, b), std::min(c, d));
+    const int hi = std::max(std::max(a, b), std::max(c, d));
+    if (lo >= t.yLow && hi <= t.yHigh) {
+      outY0[2 * i] = static_cast<unsigned char>(a + t.dy);
+      outY0[2 * i + 1] = static_cast<unsigned char>(b + t.dy);
+      outY1[2 * i] = static_cast<unsigned char>(c + t.dy);
+      outY1[2 * i + 1] = static_cast<unsigned char>(d + t.dy);
+      outU[i] = t.u;  // (4u + 2) / 4
+      outV[i] = t.v;
+      continue;
+    }
+    uint8_t u[4], v[4];
+    RoundTripPixel(a, cb[i], cr[i], t, outY0[2 * i], u[0], v[0]);
+    RoundTripPixel(b, cb[i], cr[i], t, outY0[2 * i + 1], u[1], v[1]);
+    RoundTripPixel(c, cb[i], cr[i], t, outY1[2 * i], u[2], v[2]);
+    RoundTripPixel(d, cb[i], cr[i], t, outY1[2 * i + 1], u[3], v[3]);
+    outU[i] = static_cast<unsigned char>((u[0] + u[1] + u[2] + u[3] + 2) / 4);
+    outV[i] = static_cast<unsigned char>((v[0] + v[1] + v[2] + v[3] + 2) / 4);
+  }
+}
+
+void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes, uint32_t row,
+                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
+  kau::mem::Copy8(outY0, planes[0][row], width);
+  kau::mem::Copy8(outY1, planes[0][row + 1], width);
+  unsigned char* out[2] = {outU, outV};
+  for (int c = 0; c < 2; ++c) {
+    const unsigned char* a = planes[c + 1][row];
+    const unsigned char* b = planes[c + 1][row + 1];
+    unsigned char* o = out[c];
+    // A halved chroma sample stands for both pixels of the pair:
+    // (2a + 2b + 2) / 4 is (a + b + 1) / 2.
+    if (halvedChroma) {
+      for (uint32_t i = 0; i < width / 2; ++i) o[i] = static_cast<unsigned char>((a[i] + b[i] + 1) / 2);
+    } else {
+      for (uint32_t i = 0; i < width / 2; ++i)
+        o[i] = static_cast<unsigned char>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + 2) / 4);
+    }
+  }
+}
+
+void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,
+                     unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
+  for (uint32_t x = 0; x + 1 < width; x += 2, row0 += 6, row1 += 6) {
+    outY0[x] = row0[0];
+    outY0[x + 1] = row0[3];
+    outY1[x] = row1[0];
+    outY1[x + 1] = row1[3];
+    outU[x / 2] = static_cast<unsigned char>((row0[1] + row0[4] + row1[1] + row1[4] + 2) / 4);
+    outV[x / 2] = static_cast<unsigned char>((row0[2] + row0[5] + row1[2] + row1[5] + 2) / 4);
+  }
 }
 
 namespace {

@@ -4,6 +4,7 @@
 #ifndef KIU_KIU_H
 #define KIU_KIU_H
 
+#include <algorithm>
 #include <cstdint>
 
 #include "../kau/kexport.h"
@@ -64,6 +65,53 @@ struct RangeLimitTable {
 extern const RangeLimitTable rangeLimitTable;
 extern const unsigned char* const ubyteRangeLimit;
 
+// YCbCr to R, G, B offsets of one chroma pair: R = y + r, G = y + g,
+// B = y + b before clamping.
+struct ChromaOffsets {
+  int32_t r, g, b;
+};
+inline ChromaOffsets ChromaOffsetsOf(int cb, int cr) {
+  const ColorTables& t = colorTables;
+  return {t.byCr[cr][0], (t.byCb[cb][1] + t.byCr[cr][1]) >> 16, t.byCb[cb][0]};
+}
+
+// YUV of the RGB of one YCbCr pixel, as the two table conversions give it.
+// While no channel clamps, the luma weights (summing to 65536) turn the
+// round trip into Y' = y + dy and the chroma weights (summing to 0) make U'
+// and V' depend on the chroma pair alone; `yLow`..`yHigh` is that range of y.
+struct RoundTrip {
+  int32_t dy, yLow, yHigh;
+  uint8_t u, v;
+};
+inline RoundTrip RoundTripOf(int cb, int cr) {
+  const ChromaOffsets o = ChromaOffsetsOf(cb, cr);
+  const int32_t lo = std::min(std::min(o.r, o.g), std::min(o.b, 0));
+  const int32_t hi = std::max(std::max(o.r, o.g), std::max(o.b, 0));
+  RoundTrip t;
+  t.dy = (19595 * o.r + 38470 * o.g + 7471 * o.b + 32768) >> 16;
+  t.u = static_cast<uint8_t>((-11059 * o.r - 21709 * o.g + 32768 * o.b + 8421375) >> 16);
+  t.v = static_cast<uint8_t>((32768 * o.r - 27439 * o.g - 5329 * o.b + 8421375) >> 16);
+  t.yLow = -lo;
+  t.yHigh = 255 - hi;
+  return t;
+}
+// The exact round trip of one pixel: the identity inside the range, the
+// two conversions outside it.
+inline void RoundTripPixel(int y, int cb, int cr, const RoundTrip& t, uint8_t& yy, uint8_t& u, uint8_t& v) {
+  if (y >= t.yLow && y <= t.yHigh) {
+    yy = static_cast<uint8_t>(y + t.dy);
+    u = t.u;
+    v = t.v;
+    return;
+  }
+  const ChromaOffsets o = ChromaOffsetsOf(cb, cr);
+  const ColorTables& c = colorTables;
+  const unsigned char r = ubyteRangeLimit[y + o.r], g = ubyteRangeLimit[y + o.g], b = ubyteRangeLimit[y + o.b];
+  yy = static_cast<uint8_t>((c.rToY[r] + c.gToY[g] + c.bToY[b]) >> 16);
+  u = static_cast<uint8_t>((c.rToCb[r] + c.gToCb[g] + c.bToCb[b]) >> 16);
+  v = static_cast<uint8_t>((c.bToCb[r] + c.gToCr[g] + c.bToCr[b]) >> 16);
+}
+
 // Per-pixel RGB to YCbCr; the tables keep every result within 0..255.
 KEL_API void ConvertRGBtoY(unsigned char r, unsigned char g, unsigned char b, unsigned char& y);
 KEL_API void ConvertRGBtoYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char& y,
@@ -113,6 +161,22 @@ KEL_API void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, u
 // count * 4 bytes after the first.
 KEL_API void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
                                   unsigned char* output);
+
+// Decoder-internal row kernels (not exported). I420 rows of even `width`
+// from two luma rows sharing one chroma row: the 2x2 average of the YUV of
+// each pixel's RGB, as the two table conversions give it.
+void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,
+                         const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
+                         unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// I420 rows of even `width` from rows `row` and `row` + 1 of Y, Cb, Cr
+// planes taken as they are (chroma at x / 2 when halved): luma copied,
+// chroma the rounded 2x2 average of the repeated samples.
+void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes, uint32_t row,
+                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// I420 rows of even `width` from two rows of packed 3-byte Y, U, V pixels:
+// luma as it is, chroma the rounded 2x2 average.
+void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,
+                     unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 
 // Format code of a three- or four-letter name, case-insensitive; throws on
 // a null, longer or unknown name.

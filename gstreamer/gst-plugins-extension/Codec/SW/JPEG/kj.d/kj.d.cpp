@@ -171,11 +171,13 @@ int32_t TruncToInt32(float v) {
 
 }  // namespace
 
-unsigned char* Decoder::DecodeImage(long width, long height) {
+void Decoder::PlanOutput(long width, long height) {
   if (eoiReached) kau::Throw(kSiteAfterEOI);
   // Requested sizes are 32-bit on the target.
   const int32_t w = static_cast<int32_t>(width);
   const int32_t h = static_cast<int32_t>(height);
+  int32_t& targetWidth = output.targetWidth;
+  int32_t& targetHeight = output.targetHeight;
   if (w >= 0 && h >= 0) {
     targetWidth = w == 0 ? static_cast<int32_t>(imageWidth) : w;
     targetHeight = h == 0 ? static_cast<int32_t>(imageHeight) : h;
@@ -187,11 +189,11 @@ unsigned char* Decoder::DecodeImage(long width, long height) {
   }
   const int32_t iw = static_cast<int32_t>(imageWidth);
   const int32_t ih = static_cast<int32_t>(imageHeight);
+  bool rescale = false;
   if (targetWidth == iw && targetHeight == ih) {
     dctScaledSize = 8;
     outputWidth = imageWidth;
     outputHeight = imageHeight;
-    needsRescale = 0;
   } else {
     uint32_t d = 2;
     uint32_t rw = kau::CeilDiv(imageWidth, 2);
@@ -207,38 +209,50 @@ unsigned char* Decoder::DecodeImage(long width, long height) {
     dctScaledSize = 8 / d;
     outputWidth = kau::CeilDiv(imageWidth, d);
     outputHeight = kau::CeilDiv(imageHeight, d);
-    needsRescale = static_cast<int32_t>(outputWidth) != targetWidth ||
-                   static_cast<int32_t>(outputHeight) != targetHeight;
+    rescale = static_cast<int32_t>(outputWidth) != targetWidth || static_cast<int32_t>(outputHeight) != targetHeight;
   }
   if (outputWidth > 0x3FFFFFFF) kau::Throw(kSiteOutputTooWide);
   if (uint64_t{outputHeight} * outputWidth * 4 > UINT32_MAX) kau::Throw(kSiteOutputTooLarge);
 
-  Upsample_Init();
+  Upsample_Init(rescale);
   CheckLimits();
   Input_StartScan();
-  // The fused paths need the layout-specific controllers; the rows they
-  // write are the same as the general controller's.
-  decompress = Dcoef_Prepare(fusedRgba || directYuv);
+  // The merged and raw plans need the layout-specific controllers; the rows
+  // they write are the same as the general controller's.
+  decompress = Dcoef_Prepare(!output.Upsampled());
+}
 
-  const uint32_t bytesPerRow = outputWidth * (directYuv ? 3 : 4);
-  const uint32_t total = outputHeight * bytesPerRow;
-  auto* pixels = static_cast<unsigned char*>(kau::mem::New(total));
-  if (pixels == nullptr) kau::Throw(kSitePixelBuffer);
+bool Decoder::ProduceRows(const OutputTarget& target) {
   try {
-    Upsample_ProcessSingleRows(pixels, pixels + total, bytesPerRow);
+    Upsample_ProcessSingleRows(target);
+    return true;
   } catch (...) {
     kau::ReportCurrentException(kSiteRowsCatch);
-    kau::mem::Delete(pixels);
+    return false;
+  }
+}
+
+unsigned char* Decoder::DecodeImage(long width, long height) {
+  PlanOutput(width, height);
+  const OutputPlan plan = output.plan;
+  const bool threeBytes = output.kind != OutputKind::kRgba && plan != OutputPlan::kResampled;
+  OutputTarget target;
+  target.stride = outputWidth * (threeBytes ? 3 : 4);
+  const uint32_t total = outputHeight * static_cast<uint32_t>(target.stride);
+  target.pixels = static_cast<unsigned char*>(kau::mem::New(total));
+  if (target.pixels == nullptr) kau::Throw(kSitePixelBuffer);
+  target.end = target.pixels + total;
+  if (!ProduceRows(target)) {
+    kau::mem::Delete(target.pixels);
     return nullptr;
   }
-  return pixels;
+  return target.pixels;
 }
 
 void Decoder::CheckLimits() const {
   const uint64_t frame = uint64_t{imageWidth} * imageHeight;
-  const uint64_t box = needsRescale && targetWidth > 0 && targetHeight > 0
-                           ? uint64_t(uint32_t(targetWidth)) * uint32_t(targetHeight)
-                           : 0;
+  const int32_t tw = output.targetWidth, th = output.targetHeight;
+  const uint64_t box = NeedsRescale() && tw > 0 && th > 0 ? uint64_t(uint32_t(tw)) * uint32_t(th) : 0;
   if (limits.maxPixels != 0 && (frame > limits.maxPixels || box > limits.maxPixels))
     kau::Throw(kSiteOverPixels);
   if (limits.maxBlocksPerByte != 0 && inputBytes != 0) {
@@ -248,20 +262,25 @@ void Decoder::CheckLimits() const {
     if (blocks > uint64_t{inputBytes} * limits.maxBlocksPerByte) kau::Throw(kSiteOverData);
   }
   if (limits.maxMemory != 0) {
-    // The largest set alive at once: stores and pixels, plus either the
-    // rescaled box, or the YUV rows (from 4-byte pixels) or the I420 planes.
+    // The largest set alive at once: the stores and what the plan writes
+    // (4-byte pixels, packed YUV or the I420 planes), plus the resampled box
+    // and its YUV rows when the picture is resampled.
     const uint64_t out = uint64_t{outputWidth} * outputHeight;
-    uint64_t bytes = Dcoef_StoreBytes() + out * (directYuv ? 3 : 4);
-    if (yuvWanted)
-      bytes += directYuv ? out * 3 / 2 : out * 3;
+    uint64_t bytes = Dcoef_StoreBytes();
+    if (NeedsRescale())
+      bytes += out * 4 + box * (output.kind == OutputKind::kRgba ? 4 : 7);
+    else if (output.kind == OutputKind::kRgba)
+      bytes += out * 4;
     else
-      bytes += box * 4;
+      bytes += output.kind == OutputKind::kPackedYuv ? out * 3 : out * 3 / 2;
     if (bytes > limits.maxMemory) kau::Throw(kSiteOverMemory);
   }
 }
 
 unsigned char* Decoder::ScaleImageAndFillAlpha(unsigned char*& pixels) {
-  if (needsRescale) {
+  const int32_t targetWidth = output.targetWidth;
+  const int32_t targetHeight = output.targetHeight;
+  if (NeedsRescale()) {
     // Keep the aspect ratio: fit inside the requested box.
     const float a = static_cast<float>(outputWidth) / static_cast<float>(targetWidth);
     const float b = static_cast<float>(outputHeight) / static_cast<float>(targetHeight);
@@ -285,7 +304,7 @@ unsigned char* Decoder::ScaleImageAndFillAlpha(unsigned char*& pixels) {
     outputWidth = static_cast<uint32_t>(w);
     outputHeight = static_cast<uint32_t>(h);
   }
-  if (!fusedRgba && !directYuv) {
+  if (output.plan == OutputPlan::kReplicated || output.plan == OutputPlan::kResampled) {
     const uint32_t count = outputWidth * outputHeight;
     unsigned char* p = pixels + 3;
     const unsigned char alpha = alphaValue;
@@ -295,19 +314,18 @@ unsigned char* Decoder::ScaleImageAndFillAlpha(unsigned char*& pixels) {
 }
 
 unsigned char* Decoder::ScaleImageYUV(unsigned char*& pixels) {
-  if (directYuv) return pixels;
-  if (needsRescale) {
-    unsigned char* data = pixels;
-    unsigned long w = outputWidth;
-    unsigned long h = outputHeight;
-    unsigned char* scaled = kiu::ScaleImageRGB(data, w, h, static_cast<uint32_t>(targetWidth),
-                                               static_cast<uint32_t>(targetHeight), heap);
-    if (scaled == nullptr) kau::Throw(kSiteYuvScale);
-    kau::mem::Delete(pixels);
-    pixels = scaled;
-    outputWidth = static_cast<uint32_t>(w);
-    outputHeight = static_cast<uint32_t>(h);
-  }
+  // Only a resampled picture is still 4-byte RGB here; every other plan wrote YUV.
+  if (!NeedsRescale()) return pixels;
+  unsigned char* data = pixels;
+  unsigned long w = outputWidth;
+  unsigned long h = outputHeight;
+  unsigned char* scaled = kiu::ScaleImageRGB(data, w, h, static_cast<uint32_t>(output.targetWidth),
+                                             static_cast<uint32_t>(output.targetHeight), heap);
+  if (scaled == nullptr) kau::Throw(kSiteYuvScale);
+  kau::mem::Delete(pixels);
+  pixels = scaled;
+  outputWidth = static_cast<uint32_t>(w);
+  outputHeight = static_cast<uint32_t>(h);
   const uint64_t count = uint64_t{outputWidth} * outputHeight;
   unsigned char* yuv = nullptr;
   if (count * 3 <= UINT32_MAX)

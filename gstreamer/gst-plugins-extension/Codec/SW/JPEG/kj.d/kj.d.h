@@ -117,10 +117,59 @@ class Decoder : public kiu::Decoder {
   Decoder(const Decoder&) = delete;
   Decoder& operator=(const Decoder&) = delete;
 
+  // Output: what the caller asked for, and how component rows become its
+  // pixels, decided once per image (Upsample_Init).
+  enum class OutputKind : uint8_t { kRgba, kPackedYuv, kI420 };
+  enum class OutputPlan : uint8_t {
+    kReplicated,     // chroma repeated into full rows, a 4-byte converter; alpha after
+    kResampled,      // kReplicated at the DCT scale, then resampled (then YUV if asked)
+    kMerged111,      // YCbCr 4:4:4 rows straight to RGBA
+    kMerged211,      // YCbCr 4:2:2 to RGBA, chroma terms once per pair
+    kMerged420,      // YCbCr 4:2:0 to RGBA, chroma terms once per 2x2
+    kRawYuv111,      // YCbCr 4:4:4 samples as they are, packed or I420
+    kRawYuv211,      // YCbCr 4:2:2 samples, chroma repeated, packed or I420
+    kYuvOfRgb,       // the YUV of kReplicated's RGB, row by row, packed or I420
+    kI420Merged420,  // YCbCr 4:2:0 to I420, the round trip once per 2x2
+  };
+  enum ColorModel : uint8_t { kCMYK = 1, kGrey = 2, kRGB = 3, kYCbCr = 4, kYCCK = 5 };
+  struct Output {
+    OutputKind kind = OutputKind::kRgba;
+    OutputPlan plan = OutputPlan::kReplicated;
+    uint8_t colorModel = 0;
+    ConvertFn converter = nullptr;  // component rows to 4-byte pixels
+    int32_t targetWidth = 0;
+    int32_t targetHeight = 0;
+    uint32_t rowGroupRows = 0;
+    unsigned char** upsampledRows[4] = {};
+    unsigned char* rgbaRow = nullptr;  // one 4-byte row on the way to YUV
+    // Chroma repeated into full rows before a row converter; the other plans
+    // read the inverse-DCT rows of the layout-specific controllers.
+    bool Upsampled() const {
+      return plan == OutputPlan::kReplicated || plan == OutputPlan::kResampled || plan == OutputPlan::kYuvOfRgb;
+    }
+  };
+  // Where the rows go: packed rows of `stride` bytes up to `end`, or I420
+  // planes of the even size `width` x `height`.
+  struct OutputTarget {
+    unsigned char* pixels = nullptr;
+    unsigned char* end = nullptr;
+    unsigned long stride = 0;
+    unsigned char* planes[3] = {};
+    uint32_t strides[3] = {};
+    uint32_t width = 0;
+    uint32_t height = 0;
+  };
+
   unsigned char* DecodeImage() override { return DecodeImage(0, 0); }
   // Decodes at the DCT scale that suits the requested size; the pixel buffer
   // comes from kau::mem::New. Null when row production failed.
   unsigned char* DecodeImage(long width, long height);
+  // The two halves of DecodeImage: the scale and output plan for the
+  // requested size (reading every scan of a multi-scan image), then the rows
+  // into `target`. The second prints a failure and returns false.
+  void PlanOutput(long width, long height);
+  bool ProduceRows(const OutputTarget& target);
+  bool NeedsRescale() const { return output.plan == OutputPlan::kResampled; }
   // Post-processing of the two output kinds; each may replace `pixels`
   // (freeing the old buffer) and returns the current one.
   unsigned char* ScaleImageAndFillAlpha(unsigned char*& pixels);
@@ -224,9 +273,10 @@ class Decoder : public kiu::Decoder {
   // ---- Upsampling and pixel output (kj.dupsample) ----
   void Upsample_SelectFormat();
   void Upsample_FindComponentDimensions(Component* component, unsigned long size);
-  void Upsample_Init();
+  void Upsample_Init(bool rescale);
   unsigned char* Upsample_ConvertRowsInGroup(unsigned char* output, unsigned char* end, unsigned long stride);
-  unsigned char* Upsample_ProcessSingleRows(unsigned char* output, unsigned char* end, unsigned long stride);
+  // Every row of the image into `target`, packed or I420, by the plan.
+  void Upsample_ProcessSingleRows(const OutputTarget& target);
   static void Upsample_H2V1(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
   static void Upsample_H2V2(Decoder* d, Component* c, unsigned char** input, unsigned char**& output);
   static void Upsample_HandleAnyIntegralRatios(Decoder* d, Component* c, unsigned char** input,
@@ -271,11 +321,15 @@ class Decoder : public kiu::Decoder {
   uint32_t componentCount = 0;
   uint8_t progressive = 0;
   uint32_t restartInterval = 0;
-  uint8_t jfifSeen = 0;
-  uint8_t jfifMajor = 1;
-  uint8_t jfifMinor = 1;
-  uint8_t adobeSeen = 0;
-  uint8_t adobeTransform = 0;
+  // APP0 "JFIF" and APP14 "Adobe": the colour model's evidence.
+  struct ColourMarkers {
+    uint8_t jfifSeen = 0;
+    uint8_t jfifMajor = 1;
+    uint8_t jfifMinor = 1;
+    uint8_t adobeSeen = 0;
+    uint8_t adobeTransform = 0;
+  };
+  ColourMarkers markers;
   uint32_t maxH = 0;
   uint32_t maxV = 0;
   uint32_t inputImcuRow = 0;
@@ -296,22 +350,8 @@ class Decoder : public kiu::Decoder {
   McuFn decodeMcu = nullptr;
   Block* mcuBuffer = nullptr;
   Block* mcuBlocks[18] = {};
-  // Colour model, output format and scaling request.
-  enum ColorModel : uint8_t { kCMYK = 1, kGrey = 2, kRGB = 3, kYCbCr = 4, kYCCK = 5 };
-  uint8_t colorModel = 0;
-  ConvertFn converter = nullptr;
-  uint8_t yuvWanted = 0;
-  uint8_t directYuv = 0;     // pixels are Y, Cb, Cr, three bytes each
-  uint8_t fusedRgba = 0;     // the fused path writes the alpha byte itself
-  uint8_t needsRescale = 0;  // also keeps YCbCr on the RGB converter
-  uint8_t layout111 = 0;
-  uint8_t layout211 = 0;
-  uint8_t layout420 = 0;
+  Output output;
   uint32_t dctScaledSize = 8;
-  int32_t targetWidth = 0;
-  int32_t targetHeight = 0;
-  uint32_t rowGroupRows = 0;
-  unsigned char** upsampledRows[4] = {};
   uint8_t alphaValue = 0;
   uint8_t singleScan = 0;
   uint8_t eoiReached = 0;

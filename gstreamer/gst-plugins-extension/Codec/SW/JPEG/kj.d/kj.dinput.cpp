@@ -41,11 +41,7 @@ void Decoder::GetSOI() {
   if (soiSeen) kau::Throw(kSiteSecondSOI);
   soiSeen = 1;
   restartInterval = 0;
-  jfifSeen = 0;
-  jfifMajor = 1;
-  jfifMinor = 1;
-  adobeSeen = 0;
-  adobeTransform = 0;
+  markers = ColourMarkers{};
 }
 
 void Decoder::GetSOF() {
@@ -140,14 +136,14 @@ void Decoder::GetAPPn() {
   for (long i = 0; i < count; ++i) b[i] = static_cast<uint8_t>(GetInputByte());
   if (marker == 0xE0 && count >= 14 && b[0] == 'J' && b[1] == 'F' && b[2] == 'I' && b[3] == 'F' &&
       b[4] == 0) {
-    jfifSeen = 1;
-    jfifMajor = b[5];
-    jfifMinor = b[6];
-    if (jfifMajor != 1) kau::Throw(kSiteJFIFVersion);
+    markers.jfifSeen = 1;
+    markers.jfifMajor = b[5];
+    markers.jfifMinor = b[6];
+    if (markers.jfifMajor != 1) kau::Throw(kSiteJFIFVersion);
   } else if (marker == 0xEE && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' && b[3] == 'b' &&
              b[4] == 'e') {
-    adobeSeen = 1;
-    adobeTransform = b[11];
+    markers.adobeSeen = 1;
+    markers.adobeTransform = b[11];
   }
   SkipInput(length - count);
 }

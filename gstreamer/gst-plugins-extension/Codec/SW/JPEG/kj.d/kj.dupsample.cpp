@@ -1,7 +1,8 @@
-// Upsampling and pixel output. Chroma is expanded by plain repetition; the
-// three common interleaved layouts skip the expansion and convert straight
-// from the inverse-DCT rows with the subsampled converters, which give the
-// same pixels.
+// Upsampling and pixel output. One output plan per image says how the
+// component rows become the caller's pixels: chroma expanded by plain
+// repetition and converted row by row, or, for the common interleaved
+// layouts, converted straight from the inverse-DCT rows by the subsampled
+// converters, which give the same pixels.
 #include "kj.dupsample.h"
 
 #include "kiu/kiu.h"
@@ -36,19 +37,55 @@ inline void DoubleRow(const unsigned char* in, unsigned char* out, uint32_t widt
   }
 }
 
+enum class Layout { k111, k211, k420, kOther };
+
+// The YCbCr sampling layouts that have a merged path, from the first three
+// components (Y, Cb, Cr in frame order).
+Layout LayoutOf(const Component* c) {
+  if (!(c[1].h == 1 && c[1].v == 1 && c[2].h == 1 && c[2].v == 1)) return Layout::kOther;
+  if (c[0].h == 1 && c[0].v == 1) return Layout::k111;
+  if (c[0].h == 2 && c[0].v == 1) return Layout::k211;
+  if (c[0].h == 2 && c[0].v == 2) return Layout::k420;
+  return Layout::kOther;
+}
+
+using Plan = Decoder::OutputPlan;
+
+// The plan for a YCbCr image in `layout`; kReplicated or kYuvOfRgb when no
+// merged or raw path fits.
+Plan YCbCrPlan(Decoder::OutputKind kind, Layout layout) {
+  if (kind == Decoder::OutputKind::kRgba) {
+    switch (layout) {
+      case Layout::k111:
+        return Plan::kMerged111;
+      case Layout::k211:
+        return Plan::kMerged211;
+      case Layout::k420:
+        return Plan::kMerged420;
+      default:
+        return Plan::kReplicated;
+    }
+  }
+  // YUV output keeps 4:4:4 and 4:2:2 samples as they are.
+  if (layout == Layout::k111) return Plan::kRawYuv111;
+  if (layout == Layout::k211) return Plan::kRawYuv211;
+  if (layout == Layout::k420 && kind == Decoder::OutputKind::kI420) return Plan::kI420Merged420;
+  return Plan::kYuvOfRgb;
+}
+
 }  // namespace
 
 void Decoder::Upsample_SelectFormat() {
-  directYuv = 0;
+  uint8_t colorModel = 0;
   switch (componentCount) {
     case 3: {
       const Component* c = components;
-      if (jfifSeen) {
+      if (markers.jfifSeen) {
         colorModel = kYCbCr;
-      } else if (adobeSeen) {
-        if (adobeTransform == 0)
+      } else if (markers.adobeSeen) {
+        if (markers.adobeTransform == 0)
           colorModel = kRGB;
-        else if (adobeTransform == 1)
+        else if (markers.adobeTransform == 1)
           colorModel = kYCbCr;
         else
           kau::Throw(kSiteAdobeTransform);
@@ -60,7 +97,7 @@ void Decoder::Upsample_SelectFormat() {
       break;
     }
     case 4:
-      colorModel = adobeSeen && adobeTransform != 0 ? kYCCK : kCMYK;
+      colorModel = markers.adobeSeen && markers.adobeTransform != 0 ? kYCCK : kCMYK;
       break;
     case 1:
       colorModel = kGrey;
@@ -68,26 +105,22 @@ void Decoder::Upsample_SelectFormat() {
     default:
       kau::Throw(kSiteComponentCount);
   }
+  output.colorModel = colorModel;
   switch (colorModel) {
     case kRGB:
-      converter = kiu::ConvertRGBtoRGB;
+      output.converter = kiu::ConvertRGBtoRGB;
       break;
     case kYCCK:
-      converter = kiu::ConvertYCCKtoRGB;
+      output.converter = kiu::ConvertYCCKtoRGB;
       break;
     case kCMYK:
-      converter = kiu::ConvertCMYKtoRGB;
+      output.converter = kiu::ConvertCMYKtoRGB;
       break;
     case kGrey:
-      converter = kiu::ConvertGrayToRGB;
+      output.converter = kiu::ConvertGrayToRGB;
       break;
     default:
-      if (yuvWanted && !needsRescale) {
-        directYuv = 1;
-        converter = kiu::ConvertYUVtoYUV;
-      } else {
-        converter = kYuvToRgb;
-      }
+      output.converter = kYuvToRgb;
       break;
   }
 }
@@ -98,35 +131,27 @@ void Decoder::Upsample_FindComponentDimensions(Component* component, unsigned lo
   component->SelectDctTable();
 }
 
-void Decoder::Upsample_Init() {
+void Decoder::Upsample_Init(bool rescale) {
   Upsample_SelectFormat();
   const uint32_t S = dctScaledSize;
-  layout111 = layout211 = layout420 = 0;
-  fusedRgba = 0;
-  if (colorModel == kYCbCr) {
-    if (!needsRescale) {
-      Component* c = components;
-      const bool chroma11 = c[1].h == 1 && c[1].v == 1 && c[2].h == 1 && c[2].v == 1;
-      layout111 = chroma11 && c[0].h == 1 && c[0].v == 1;
-      layout211 = chroma11 && c[0].h == 2 && c[0].v == 1;
-      layout420 = chroma11 && c[0].h == 2 && c[0].v == 2;
-      const bool fused = directYuv ? (layout111 || layout211) : (layout111 || layout420);
-      if (fused) {
-        for (int i = 0; i < 3; ++i) {
-          Upsample_FindComponentDimensions(&c[i], S);
-          c[i].rowsPerGroup = 1;
-          c[i].upsample = nullptr;
-        }
-        if (!directYuv) {
-          if (layout420) c[0].rowsPerGroup = 2;
-          fusedRgba = 1;
-        }
-        return;
-      }
+  const OutputKind kind = output.kind;
+  Plan& plan = output.plan;
+  if (rescale)
+    plan = Plan::kResampled;
+  else if (output.colorModel == kYCbCr)
+    plan = YCbCrPlan(kind, LayoutOf(components));
+  else
+    plan = kind == OutputKind::kRgba ? Plan::kReplicated : Plan::kYuvOfRgb;
+  if (plan == Plan::kYuvOfRgb) output.rgbaRow = heap.AllocateArray<unsigned char>(outputWidth * 4);
+  if (!output.Upsampled()) {
+    Component* c = components;
+    for (int i = 0; i < 3; ++i) {
+      Upsample_FindComponentDimensions(&c[i], S);
+      c[i].rowsPerGroup = 1;
+      c[i].upsample = nullptr;
     }
-    // Every other YCbCr image goes through 4-byte pixels.
-    directYuv = 0;
-    converter = kYuvToRgb;
+    if (plan == Plan::kMerged420 || plan == Plan::kI420Merged420) c[0].rowsPerGroup = 2;
+    return;
   }
   const uint32_t rounded = kau::RoundUp(outputWidth, maxH);
   for (Component* c = components; c != componentsEnd; ++c) {
@@ -158,7 +183,7 @@ void Decoder::Upsample_Init() {
     unsigned char** rows = heap.AllocateArray<unsigned char*>(maxV);
     unsigned char* block = heap.AllocateZeroedArray<unsigned char>(maxV * rounded);
     for (uint32_t i = 0; i < maxV; ++i) rows[i] = block + i * rounded;
-    upsampledRows[c->index] = rows;
+    output.upsampledRows[c->index] = rows;
   }
 }
 
@@ -196,18 +221,70 @@ void Decoder::Upsample_HalfHandleAnyIntegralRatios(Decoder*, Component* c, unsig
 
 unsigned char* Decoder::Upsample_ConvertRowsInGroup(unsigned char* output, unsigned char* end,
                                                     unsigned long stride) {
-  const uint32_t n = rowGroupRows;
+  const uint32_t n = this->output.rowGroupRows;
   if (n < 1 || n > 4) return output;
   for (uint32_t i = 0; i < n && output < end; ++i, output += stride)
-    converter(outputWidth, upsampledRows, i, output);
+    this->output.converter(outputWidth, this->output.upsampledRows, i, output);
   return output;
 }
 
-unsigned char* Decoder::Upsample_ProcessSingleRows(unsigned char* output, unsigned char* end,
-                                                   unsigned long stride) {
-  const bool fused = fusedRgba || directYuv;
-  if (directYuv && !layout111 && !layout211) kau::Throw(kSiteFusedYuvLayout);
-  if (fusedRgba && !layout111 && !layout420) kau::Throw(kSiteFusedRgbaLayout);
+namespace {
+
+// Takes the image's rows in order: packed rows go straight into the
+// caller's buffer; for I420, rows of packed Y, U, V go through two scratch
+// rows, each pair becoming two luma rows and one row of averaged chroma (an
+// odd last row is dropped).
+class RowSink {
+ public:
+  RowSink(const Decoder::OutputTarget& t, unsigned char* scratch, uint32_t scratchBytes)
+      : t_(t), next_(t.pixels), i420_(t.planes[0] != nullptr) {
+    scratch_[0] = scratch;
+    scratch_[1] = scratch + scratchBytes;
+  }
+  bool I420() const { return i420_; }
+  // No further row can land anywhere.
+  bool Full() const { return i420_ ? row_ >= t_.height : next_ >= t_.end; }
+  unsigned char* Row() { return i420_ ? scratch_[row_ & 1] : next_; }
+  void Done() {
+    if (!i420_) {
+      next_ += t_.stride;
+      return;
+    }
+    if ((row_ & 1) && row_ < t_.height) {
+      unsigned char* y0 = t_.planes[0] + uint64_t{row_ - 1} * t_.strides[0];
+      const uint64_t c = row_ / 2;
+      kiu::PackedYUVtoI420(t_.width, scratch_[0], scratch_[1], y0, y0 + t_.strides[0],
+                           t_.planes[1] + c * t_.strides[1], t_.planes[2] + c * t_.strides[2]);
+    }
+    ++row_;
+  }
+  // I420 only: the next two rows, written by the caller into the planes.
+  uint32_t TakePair() {
+    const uint32_t r = row_;
+    row_ += 2;
+    return r;
+  }
+  unsigned char* Plane(int i, uint32_t row) const {
+    return t_.planes[i] + uint64_t{row} * t_.strides[i];
+  }
+
+ private:
+  const Decoder::OutputTarget& t_;
+  unsigned char* next_;
+  unsigned char* scratch_[2] = {};
+  uint32_t row_ = 0;
+  bool i420_;
+};
+
+}  // namespace
+
+void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
+  const Plan plan = output.plan;
+  // Guards of the plan against the image; Upsample_Init never breaks them.
+  const bool raw = plan == Plan::kRawYuv111 || plan == Plan::kRawYuv211;
+  if (raw && LayoutOf(components) != (plan == Plan::kRawYuv111 ? Layout::k111 : Layout::k211))
+    kau::Throw(kSiteFusedYuvLayout);
+  if (!raw && !output.Upsampled() && output.colorModel != kYCbCr) kau::Throw(kSiteFusedRgbaLayout);
 
   // One iMCU row of inverse-DCT rows per component, as wide as whole MCUs.
   unsigned char** samples[4] = {};
@@ -222,47 +299,99 @@ unsigned char* Decoder::Upsample_ProcessSingleRows(unsigned char* output, unsign
     for (uint32_t r = 0; r < rows; ++r) pointers[r] = block + r * width;
     samples[c->index] = pointers;
   }
-
   const uint32_t S = dctScaledSize;
+  const bool i420 = target.planes[0] != nullptr;
+  // Raw samples become I420 straight from row pairs when an iMCU row holds
+  // whole pairs; otherwise they go through packed rows.
+  const bool rawPairs = i420 && raw && S % 2 == 0;
+  unsigned char* scratch = nullptr;
+  if (i420 && plan != Plan::kI420Merged420 && !rawPairs)
+    scratch = heap.AllocateArray<unsigned char>(outputWidth * 6);
+  RowSink sink(target, scratch, outputWidth * 3);
+
   const unsigned long W = outputWidth;
   const unsigned char alpha = alphaValue;
-  for (int done = 0; !done && output < end;) {
+  // Every iMCU row is decoded even when an I420 picture drops the last row,
+  // so that a fault there still fails the decode.
+  for (int done = 0; !done && (i420 || !sink.Full());) {
     done = decompress(this, samples);
-    if (!fused) {
-      rowGroupRows = maxV;
-      for (uint32_t g = 0; g < S && output < end; ++g) {
-        for (Component* c = components; c != componentsEnd; ++c) {
-          unsigned char** in = samples[c->index] + g * c->rowsPerGroup;
-          if (c->upsample != nullptr)
-            c->upsample(this, c, in, upsampledRows[c->index]);
-          else
-            upsampledRows[c->index] = in;
+    switch (plan) {
+      case Plan::kReplicated:
+      case Plan::kResampled:
+      case Plan::kYuvOfRgb:
+        output.rowGroupRows = maxV;
+        for (uint32_t g = 0; g < S && !sink.Full(); ++g) {
+          for (Component* c = components; c != componentsEnd; ++c) {
+            unsigned char** in = samples[c->index] + g * c->rowsPerGroup;
+            if (c->upsample != nullptr)
+              c->upsample(this, c, in, output.upsampledRows[c->index]);
+            else
+              output.upsampledRows[c->index] = in;
+          }
+          if (plan != Plan::kYuvOfRgb) {
+            // 4-byte rows, packed output only: the group converts itself.
+            Upsample_ConvertRowsInGroup(sink.Row(), target.end, target.stride);
+            for (uint32_t i = 0; i < maxV && !sink.Full(); ++i) sink.Done();
+            continue;
+          }
+          for (uint32_t i = 0; i < maxV && !sink.Full(); ++i) {
+            output.converter(W, output.upsampledRows, i, output.rgbaRow);
+            kiu::ConvertRGBtoYUV(W, output.rgbaRow, sink.Row());
+            sink.Done();
+          }
         }
-        output = Upsample_ConvertRowsInGroup(output, end, stride);
-      }
-    } else if (directYuv) {
-      const ConvertFn convert = layout111 ? kiu::ConvertYUVtoYUV : kiu::ConvertYUV211toYUV;
-      for (uint32_t r = 0; r < S && output < end; ++r, output += stride) convert(W, samples, r, output);
-    } else if (layout111) {
-      for (uint32_t r = 0; r < S && output < end; ++r, output += stride) {
-        unsigned char** rows[3] = {samples[0] + r, samples[1] + r, samples[2] + r};
-        kiu::ConvertYUV111toRGBA(W, rows, alpha, output);
-      }
-    } else {
-      // Pairs of rows share a chroma row; an odd last row goes alone.
-      for (uint32_t r = 0; r < S && output < end; ++r) {
-        unsigned char** rows[3] = {samples[0] + 2 * r, samples[1] + r, samples[2] + r};
-        if (static_cast<unsigned long>(end - output) >= 2 * stride) {
-          kiu::ConvertYUV420toRGBA2(W, rows, alpha, output);
-          output += 2 * stride;
-        } else {
-          kiu::ConvertYUV420toRGBA(W, rows, alpha, output);
-          output += stride;
+        break;
+      case Plan::kRawYuv111:
+      case Plan::kRawYuv211: {
+        if (rawPairs) {
+          for (uint32_t r = 0; r < S && !sink.Full(); r += 2) {
+            const uint32_t y = sink.TakePair();
+            kiu::ConvertYUVtoI420(target.width, plan == Plan::kRawYuv211, samples, r, sink.Plane(0, y),
+                                  sink.Plane(0, y + 1), sink.Plane(1, y / 2), sink.Plane(2, y / 2));
+          }
+          break;
         }
+        const ConvertFn convert = plan == Plan::kRawYuv111 ? kiu::ConvertYUVtoYUV : kiu::ConvertYUV211toYUV;
+        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
+          convert(W, samples, r, sink.Row());
+          sink.Done();
+        }
+        break;
       }
+      case Plan::kMerged111:
+      case Plan::kMerged211: {
+        const auto convert = plan == Plan::kMerged111 ? kiu::ConvertYUV111toRGBA : kiu::ConvertYUV211toRGBA;
+        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
+          unsigned char** rows[3] = {samples[0] + r, samples[1] + r, samples[2] + r};
+          convert(W, rows, alpha, sink.Row());
+          sink.Done();
+        }
+        break;
+      }
+      case Plan::kMerged420:
+        // Pairs of rows share a chroma row; an odd last row goes alone.
+        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
+          unsigned char** rows[3] = {samples[0] + 2 * r, samples[1] + r, samples[2] + r};
+          unsigned char* at = sink.Row();
+          if (static_cast<unsigned long>(target.end - at) >= 2 * target.stride) {
+            kiu::ConvertYUV420toRGBA2(W, rows, alpha, at);
+            sink.Done();
+          } else {
+            kiu::ConvertYUV420toRGBA(W, rows, alpha, at);
+          }
+          sink.Done();
+        }
+        break;
+      case Plan::kI420Merged420:
+        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
+          const uint32_t y = sink.TakePair();
+          kiu::ConvertYUV420toI420(target.width, samples[0][2 * r], samples[0][2 * r + 1], samples[1][r],
+                                   samples[2][r], sink.Plane(0, y), sink.Plane(0, y + 1),
+                                   sink.Plane(1, y / 2), sink.Plane(2, y / 2));
+        }
+        break;
     }
   }
-  return output;
 }
 
 }  // namespace kjd
