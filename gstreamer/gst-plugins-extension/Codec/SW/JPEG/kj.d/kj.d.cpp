@@ -7,6 +7,7 @@
 #include "kiu/kiuscale.h"
 #include "kiu/mmstream.h"
 #include "kj.dinput.h"
+#include "kj.dkernels.h"
 
 namespace kjd {
 namespace {
@@ -299,7 +300,7 @@ void Component::SelectDctTable() {
       break;
     default:
       dctScaledSize = 8;
-      idct = Decoder::IDCT_8x8;
+      idct = Kernels_Active().idct8x8;
       break;
   }
   // Coefficients reach the inverse DCT already dequantised.

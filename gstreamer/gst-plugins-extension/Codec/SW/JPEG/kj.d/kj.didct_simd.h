@@ -1,0 +1,161 @@
+// The accurate 8x8 inverse DCT on four 32-bit lanes, written once in GCC's
+// generic vectors and compiled per instruction set by kj.didct_sse2,
+// kj.didct_avx2 and kj.didct_neon. Each of those includes only this header
+// and its own intrinsics: nothing here may be an inline function shared with
+// other translation units, or the linker could keep the copy built with
+// instructions the CPU lacks.
+//
+// The arithmetic is the scalar twin's (kj.didct): 32-bit wrapping products
+// and sums, the same shortcuts per column and per row (which differ from the
+// full butterfly only when values wrap), arithmetic shifts and the 10-bit
+// wrap before the clamp. Sums wrap modulo 2^32, so their order is free.
+#ifndef KJ_D_KJ_DIDCT_SIMD_H
+#define KJ_D_KJ_DIDCT_SIMD_H
+
+#include <cstdint>
+#include <cstring>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+namespace {
+
+typedef uint32_t U4 __attribute__((vector_size(16)));
+typedef int32_t S4 __attribute__((vector_size(16)));
+typedef uint64_t Q2 __attribute__((vector_size(16)));
+
+inline bool AllZero(U4 v) {
+  const Q2 q = reinterpret_cast<Q2>(v);
+  return (q[0] | q[1]) == 0;
+}
+
+inline U4 Sar(U4 v, int n) { return reinterpret_cast<U4>(reinterpret_cast<S4>(v) >> n); }
+
+// The sample for a value whose bits [shift, shift + 10) index the range
+// limit: those ten bits sign-extended, plus 128 (the clamp comes at the store).
+inline U4 Wrap10(U4 v, int shift) { return Sar(v << (22 - shift), 22) + 128u; }
+
+inline void Butterfly(const U4* c, uint32_t round, U4* out) {
+  U4 z1 = (c[2] + c[6]) * 4433u;
+  const U4 t2 = z1 - c[6] * 15137u;
+  const U4 t3 = z1 + c[2] * 6270u;
+  const U4 t0 = ((c[0] + c[4]) << 13) + round;
+  const U4 t1 = ((c[0] - c[4]) << 13) + round;
+  const U4 t10 = t0 + t3, t13 = t0 - t3, t11 = t1 + t2, t12 = t1 - t2;
+
+  z1 = (c[7] + c[1]) * (0u - 7373u);
+  const U4 z2 = (c[5] + c[3]) * (0u - 20995u);
+  U4 z3 = c[7] + c[3];
+  U4 z4 = c[5] + c[1];
+  const U4 z5 = (z3 + z4) * 9633u;
+  z3 = z3 * (0u - 16069u) + z5;
+  z4 = z4 * (0u - 3196u) + z5;
+  const U4 o7 = c[7] * 2446u + z1 + z3;
+  const U4 o5 = c[5] * 16819u + z2 + z4;
+  const U4 o3 = c[3] * 25172u + z2 + z3;
+  const U4 o1 = c[1] * 12299u + z1 + z4;
+
+  out[0] = t10 + o1;
+  out[7] = t10 - o1;
+  out[1] = t11 + o3;
+  out[6] = t11 - o3;
+  out[2] = t12 + o5;
+  out[5] = t12 - o5;
+  out[3] = t13 + o7;
+  out[4] = t13 - o7;
+}
+
+// Transposes the 4x4 of 32-bit values in a[0..3] into b[0..3].
+inline void Transpose4(const U4* a, U4* b) {
+  const U4 lo01 = __builtin_shuffle(a[0], a[1], U4{0, 4, 1, 5});
+  const U4 hi01 = __builtin_shuffle(a[0], a[1], U4{2, 6, 3, 7});
+  const U4 lo23 = __builtin_shuffle(a[2], a[3], U4{0, 4, 1, 5});
+  const U4 hi23 = __builtin_shuffle(a[2], a[3], U4{2, 6, 3, 7});
+  b[0] = __builtin_shuffle(lo01, lo23, U4{0, 1, 4, 5});
+  b[1] = __builtin_shuffle(lo01, lo23, U4{2, 3, 6, 7});
+  b[2] = __builtin_shuffle(hi01, hi23, U4{0, 1, 4, 5});
+  b[3] = __builtin_shuffle(hi01, hi23, U4{2, 3, 6, 7});
+}
+
+#if defined(__SSE2__)
+// Eight samples, each clamped to 0..255, from two vectors of four.
+inline void Store8(unsigned char* out, U4 lo, U4 hi) {
+  const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
+}
+#elif defined(__ARM_NEON)
+inline void Store8(unsigned char* out, U4 lo, U4 hi) {
+  const int16x8_t words = vcombine_s16(vqmovn_s32(reinterpret_cast<int32x4_t>(lo)),
+                                       vqmovn_s32(reinterpret_cast<int32x4_t>(hi)));
+  vst1_u8(out, vqmovun_s16(words));
+}
+#endif
+
+void Idct8x8(int32_t* block, unsigned char** rows, unsigned long column) {
+  // r[row][half]: columns 4 * half .. 4 * half + 3 of a row.
+  U4 r[8][2];
+  std::memcpy(r, block, sizeof r);
+
+  U4 ac[2];
+  for (int h = 0; h < 2; ++h) ac[h] = r[1][h] | r[2][h] | r[3][h] | r[4][h] | r[5][h] | r[6][h] | r[7][h];
+  if (AllZero(ac[0] | ac[1] | r[0][1] | (r[0][0] & U4{0, ~0u, ~0u, ~0u}))) {
+    // DC only: every column takes its shortcut, then every row.
+    const U4 dc = U4{0, 0, 0, 0} + static_cast<uint32_t>(block[0]) * 4u;
+    const U4 v = Wrap10(dc + 16u, 5);
+    for (int y = 0; y < 8; ++y) Store8(rows[y] + column, v, v);
+    return;
+  }
+
+  // Column pass; a column whose AC entries are zero becomes its DC times 4.
+  U4 w[8][2];
+  for (int h = 0; h < 2; ++h) {
+    if (AllZero(ac[h] | r[0][h])) {
+      for (int y = 0; y < 8; ++y) w[y][h] = U4{0, 0, 0, 0};
+      continue;
+    }
+    U4 c[8], out[8];
+    for (int y = 0; y < 8; ++y) c[y] = r[y][h];
+    Butterfly(c, 1024, out);
+    const S4 flat = ac[h] == 0u;
+    const U4 dc = r[0][h] * 4u;
+    for (int y = 0; y < 8; ++y) w[y][h] = flat ? dc : Sar(out[y], 11);
+  }
+
+  // t[col][half]: rows 4 * half .. 4 * half + 3 of a column.
+  U4 t[8][2];
+  for (int hr = 0; hr < 2; ++hr)
+    for (int h = 0; h < 2; ++h) {
+      const U4 in[4] = {w[4 * hr][h], w[4 * hr + 1][h], w[4 * hr + 2][h], w[4 * hr + 3][h]};
+      U4 out[4];
+      Transpose4(in, out);
+      for (int i = 0; i < 4; ++i) t[4 * h + i][hr] = out[i];
+    }
+
+  // Row pass; a row whose AC entries are zero is its rounded DC.
+  U4 s[8][2];
+  for (int hr = 0; hr < 2; ++hr) {
+    U4 c[8], out[8];
+    for (int x = 0; x < 8; ++x) c[x] = t[x][hr];
+    Butterfly(c, 131072, out);
+    const S4 flat = (c[1] | c[2] | c[3] | c[4] | c[5] | c[6] | c[7]) == 0u;
+    const U4 dc = Wrap10(c[0] + 16u, 5);
+    for (int x = 0; x < 8; ++x) s[x][hr] = flat ? dc : Wrap10(out[x], 18);
+  }
+
+  // Back to rows and out.
+  for (int hr = 0; hr < 2; ++hr) {
+    U4 lo[4], hi[4];
+    const U4 inLo[4] = {s[0][hr], s[1][hr], s[2][hr], s[3][hr]};
+    const U4 inHi[4] = {s[4][hr], s[5][hr], s[6][hr], s[7][hr]};
+    Transpose4(inLo, lo);
+    Transpose4(inHi, hi);
+    for (int y = 0; y < 4; ++y) Store8(rows[4 * hr + y] + column, lo[y], hi[y]);
+  }
+}
+
+}  // namespace
+
+#endif  // KJ_D_KJ_DIDCT_SIMD_H
