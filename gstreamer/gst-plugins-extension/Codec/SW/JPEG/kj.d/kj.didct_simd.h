@@ -38,7 +38,13 @@ inline U4 Sar(U4 v, int n) { return reinterpret_cast<U4>(reinterpret_cast<S4>(v)
 // limit: those ten bits sign-extended, plus 128 (the clamp comes at the store).
 inline U4 Wrap10(U4 v, int shift) { return Sar(v << (22 - shift), 22) + 128u; }
 
-inline void Butterfly(const U4* c, uint32_t round, U4* out) {
+// With kSparse, inputs 4..7 are known to be zero (the common sparse block);
+// the compiler drops their terms, which leaves the same wrapping sums.
+template <bool kSparse = false>
+inline void Butterfly(const U4* in, uint32_t round, U4* out) {
+  const U4 zero = U4{0, 0, 0, 0};
+  const U4 c[8] = {in[0], in[1], in[2], in[3], kSparse ? zero : in[4], kSparse ? zero : in[5],
+                   kSparse ? zero : in[6], kSparse ? zero : in[7]};
   U4 z1 = (c[2] + c[6]) * 4433u;
   const U4 t2 = z1 - c[6] * 15137u;
   const U4 t3 = z1 + c[2] * 6270u;
@@ -95,63 +101,65 @@ inline void Store8(unsigned char* out, U4 lo, U4 hi) {
 #endif
 
 void Idct8x8(int32_t* block, unsigned char** rows, unsigned long column) {
-  // r[row][half]: columns 4 * half .. 4 * half + 3 of a row.
-  U4 r[8][2];
-  std::memcpy(r, block, sizeof r);
+  // Vectors hold four columns (or rows) each; [half][i] keeps every pass's
+  // input contiguous, so nothing is copied between the passes.
+  U4 r[2][8];
+  for (int y = 0; y < 8; ++y)
+    for (int h = 0; h < 2; ++h) std::memcpy(&r[h][y], block + 8 * y + 4 * h, sizeof(U4));
 
-  U4 ac[2];
-  for (int h = 0; h < 2; ++h) ac[h] = r[1][h] | r[2][h] | r[3][h] | r[4][h] | r[5][h] | r[6][h] | r[7][h];
-  if (AllZero(ac[0] | ac[1] | r[0][1] | (r[0][0] & U4{0, ~0u, ~0u, ~0u}))) {
+  const U4 ac0 = r[0][1] | r[0][2] | r[0][3] | r[0][4] | r[0][5] | r[0][6] | r[0][7];
+  const U4 ac1 = r[1][1] | r[1][2] | r[1][3] | r[1][4] | r[1][5] | r[1][6] | r[1][7];
+  if (AllZero(ac0 | ac1 | r[1][0] | (r[0][0] & U4{0, ~0u, ~0u, ~0u}))) {
     // DC only: every column takes its shortcut, then every row.
-    const U4 dc = U4{0, 0, 0, 0} + static_cast<uint32_t>(block[0]) * 4u;
-    const U4 v = Wrap10(dc + 16u, 5);
+    const U4 v = Wrap10(U4{0, 0, 0, 0} + (static_cast<uint32_t>(block[0]) * 4u + 16u), 5);
     for (int y = 0; y < 8; ++y) Store8(rows[y] + column, v, v);
     return;
   }
 
   // Column pass; a column whose AC entries are zero becomes its DC times 4.
-  U4 w[8][2];
+  U4 w[2][8];
+  const U4 ac[2] = {ac0, ac1};
+#pragma GCC unroll 2
   for (int h = 0; h < 2; ++h) {
-    if (AllZero(ac[h] | r[0][h])) {
-      for (int y = 0; y < 8; ++y) w[y][h] = U4{0, 0, 0, 0};
+    if (AllZero(ac[h] | r[h][0])) {
+      for (int y = 0; y < 8; ++y) w[h][y] = U4{0, 0, 0, 0};
       continue;
     }
-    U4 c[8], out[8];
-    for (int y = 0; y < 8; ++y) c[y] = r[y][h];
-    Butterfly(c, 1024, out);
+    U4 out[8];
+    if (AllZero(r[h][4] | r[h][5] | r[h][6] | r[h][7]))
+      Butterfly<true>(r[h], 1024, out);
+    else
+      Butterfly(r[h], 1024, out);
     const S4 flat = ac[h] == 0u;
-    const U4 dc = r[0][h] * 4u;
-    for (int y = 0; y < 8; ++y) w[y][h] = flat ? dc : Sar(out[y], 11);
+    const U4 dc = r[h][0] * 4u;
+    for (int y = 0; y < 8; ++y) w[h][y] = flat ? dc : Sar(out[y], 11);
   }
 
-  // t[col][half]: rows 4 * half .. 4 * half + 3 of a column.
-  U4 t[8][2];
+  // t[hr][x]: column x, rows 4 * hr .. 4 * hr + 3.
+  U4 t[2][8];
   for (int hr = 0; hr < 2; ++hr)
-    for (int h = 0; h < 2; ++h) {
-      const U4 in[4] = {w[4 * hr][h], w[4 * hr + 1][h], w[4 * hr + 2][h], w[4 * hr + 3][h]};
-      U4 out[4];
-      Transpose4(in, out);
-      for (int i = 0; i < 4; ++i) t[4 * h + i][hr] = out[i];
-    }
+    for (int h = 0; h < 2; ++h) Transpose4(&w[h][4 * hr], &t[hr][4 * h]);
 
   // Row pass; a row whose AC entries are zero is its rounded DC.
-  U4 s[8][2];
+  U4 s[2][8];
+#pragma GCC unroll 2
   for (int hr = 0; hr < 2; ++hr) {
-    U4 c[8], out[8];
-    for (int x = 0; x < 8; ++x) c[x] = t[x][hr];
-    Butterfly(c, 131072, out);
+    const U4* c = t[hr];
+    U4 out[8];
+    if (AllZero(c[4] | c[5] | c[6] | c[7]))
+      Butterfly<true>(c, 131072, out);
+    else
+      Butterfly(c, 131072, out);
     const S4 flat = (c[1] | c[2] | c[3] | c[4] | c[5] | c[6] | c[7]) == 0u;
     const U4 dc = Wrap10(c[0] + 16u, 5);
-    for (int x = 0; x < 8; ++x) s[x][hr] = flat ? dc : Wrap10(out[x], 18);
+    for (int x = 0; x < 8; ++x) s[hr][x] = flat ? dc : Wrap10(out[x], 18);
   }
 
   // Back to rows and out.
   for (int hr = 0; hr < 2; ++hr) {
     U4 lo[4], hi[4];
-    const U4 inLo[4] = {s[0][hr], s[1][hr], s[2][hr], s[3][hr]};
-    const U4 inHi[4] = {s[4][hr], s[5][hr], s[6][hr], s[7][hr]};
-    Transpose4(inLo, lo);
-    Transpose4(inHi, hi);
+    Transpose4(&s[hr][0], lo);
+    Transpose4(&s[hr][4], hi);
     for (int y = 0; y < 4; ++y) Store8(rows[4 * hr + y] + column, lo[y], hi[y]);
   }
 }
