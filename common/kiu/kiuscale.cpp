@@ -140,49 +140,70 @@ inline void Filter(const unsigned char* base, const Contribution* p, const Contr
   for (int c = 0; c < kChannels; ++c) out[c] = same[c] ? first[c] : RoundSample(sum[c]);
 }
 
+// Bytes of a w x h picture of `step` bytes per pixel, within 32 bits.
+constexpr kau::Site kSiteTooLarge{kSource, 164};
+inline uint32_t PictureBytes(uint32_t w, uint32_t h, uint32_t step) {
+  uint64_t bytes = uint64_t{w} * h * step;
+  if (bytes > UINT32_MAX) kau::Throw(kSiteTooLarge);
+  return static_cast<uint32_t>(bytes);
+}
+
 // Resizes kFiltered channels of pixels kStep bytes apart; a fourth byte (when
-// kStep exceeds kFiltered) is copied from the centre source pixel. Works one
-// destination column at a time so scratch stays one column of the source.
+// kStep exceeds kFiltered) is copied from the centre source pixel. Both
+// passes walk rows left to right: the horizontal one into a picture of
+// destination width and source height, the vertical one accumulating whole
+// rows in list order, which adds each sample's terms in the same order as a
+// sum taken sample by sample (so every result bit is the same).
 template <int kFiltered, int kStep>
 void Resample(const unsigned char* src, uint32_t srcWidth, uint32_t srcHeight, unsigned char* dst,
               uint32_t dstWidth, uint32_t dstHeight, kau::mem::Heap& heap) {
   const ContributionTable across = BuildContributions(Direction(srcWidth, dstWidth), kStep, heap);
-  const ContributionTable down = BuildContributions(Direction(srcHeight, dstHeight), kStep, heap);
-  unsigned char* column = heap.AllocateArray<unsigned char>(srcHeight * kStep);
+  const ContributionTable down = BuildContributions(Direction(srcHeight, dstHeight), 1, heap);
+  const uint32_t rowBytes = PictureBytes(dstWidth, 1, kStep);
+  unsigned char* mid = heap.AllocateArray<unsigned char>(PictureBytes(dstWidth, srcHeight, kStep));
+  float* sum = heap.AllocateArray<float>(rowBytes);
+  bool* same = heap.AllocateArray<bool>(rowBytes);
   const size_t srcStride = size_t{srcWidth} * kStep;
-  const size_t dstStride = size_t{dstWidth} * kStep;
 
-  for (uint32_t k = 0; k < dstWidth; ++k) {
-    const Contribution* first = across.entries + across.start[k];
-    const Contribution* last = across.entries + across.start[k + 1];
-    for (uint32_t r = 0; r < srcHeight; ++r) {
-      const unsigned char* line = src + r * srcStride;
-      unsigned char* t = column + size_t{r} * kStep;
-      Filter<kFiltered>(line, first, last, t);
-      if (kStep > kFiltered) t[kStep - 1] = line[across.centre[k] + kStep - 1];
+  for (uint32_t r = 0; r < srcHeight; ++r) {
+    const unsigned char* line = src + r * srcStride;
+    unsigned char* out = mid + size_t{r} * rowBytes;
+    for (uint32_t k = 0; k < dstWidth; ++k, out += kStep) {
+      Filter<kFiltered>(line, across.entries + across.start[k], across.entries + across.start[k + 1], out);
+      if (kStep > kFiltered) out[kStep - 1] = line[across.centre[k] + kStep - 1];
     }
-    unsigned char* out = dst + size_t{k} * kStep;
-    for (uint32_t r = 0; r < dstHeight; ++r, out += dstStride) {
-      Filter<kFiltered>(column, down.entries + down.start[r], down.entries + down.start[r + 1], out);
-      if (kStep > kFiltered) out[kStep - 1] = column[down.centre[r] + kStep - 1];
+  }
+
+  unsigned char* out = dst;
+  for (uint32_t r = 0; r < dstHeight; ++r, out += rowBytes) {
+    const Contribution* p = down.entries + down.start[r];
+    const Contribution* end = down.entries + down.start[r + 1];
+    const unsigned char* first = mid + size_t{p->offset} * rowBytes;
+    for (uint32_t i = 0; i < rowBytes; ++i) {
+      sum[i] = 0.0f;
+      same[i] = true;
+    }
+    for (; p != end; ++p) {
+      const unsigned char* row = mid + size_t{p->offset} * rowBytes;
+      const float w = p->weight;
+      for (uint32_t i = 0; i < rowBytes; ++i) {
+        same[i] = same[i] && row[i] == first[i];
+        sum[i] += w * static_cast<float>(row[i]);
+      }
+    }
+    for (uint32_t i = 0; i < rowBytes; ++i) out[i] = same[i] ? first[i] : RoundSample(sum[i]);
+    if (kStep > kFiltered) {
+      const unsigned char* centre = mid + size_t{down.centre[r]} * rowBytes;
+      for (uint32_t i = kStep - 1; i < rowBytes; i += kStep) out[i] = centre[i];
     }
   }
 }
 
 constexpr kau::Site kSiteNullData{kSource, 160};
 constexpr kau::Site kSiteBadSize{kSource, 162};
-constexpr kau::Site kSiteTooLarge{kSource, 164};
-
 inline uint32_t Side(unsigned long n) {
   if (n == 0 || n > kMaxSide) kau::Throw(kSiteBadSize);
   return static_cast<uint32_t>(n);
-}
-
-// Bytes of a w x h picture of `step` bytes per pixel, within 32 bits.
-inline uint32_t PictureBytes(uint32_t w, uint32_t h, uint32_t step) {
-  uint64_t bytes = uint64_t{w} * h * step;
-  if (bytes > UINT32_MAX) kau::Throw(kSiteTooLarge);
-  return static_cast<uint32_t>(bytes);
 }
 
 constexpr kau::Site kSiteOutputNull{kSource, 180};
