@@ -1,6 +1,7 @@
 // The accurate 8x8 inverse DCT on four 32-bit lanes, written once in GCC's
 // generic vectors and compiled per instruction set by kj.didct_sse2,
-// kj.didct_avx2 and kj.didct_neon. Each of those includes only this header
+// kj.didct_avx2 and kj.didct_neon; its butterfly also serves the scalar twin
+// (kj.didct). Each of those includes only this header
 // and its own intrinsics: nothing here may be an inline function shared with
 // other translation units, or the linker could keep the copy built with
 // instructions the CPU lacks.
@@ -23,6 +24,20 @@
 
 namespace {
 
+// The real factors times 8192, rounded.
+constexpr uint32_t kFix0_298631336 = 2446;
+constexpr uint32_t kFix0_390180644 = 3196;
+constexpr uint32_t kFix0_541196100 = 4433;
+constexpr uint32_t kFix0_765366865 = 6270;
+constexpr uint32_t kFix0_899976223 = 7373;
+constexpr uint32_t kFix1_175875602 = 9633;
+constexpr uint32_t kFix1_501321110 = 12299;
+constexpr uint32_t kFix1_847759065 = 15137;
+constexpr uint32_t kFix1_961570560 = 16069;
+constexpr uint32_t kFix2_053119869 = 16819;
+constexpr uint32_t kFix2_562915447 = 20995;
+constexpr uint32_t kFix3_072711026 = 25172;
+
 typedef uint32_t U4 __attribute__((vector_size(16)));
 typedef int32_t S4 __attribute__((vector_size(16)));
 typedef uint64_t Q2 __attribute__((vector_size(16)));
@@ -38,31 +53,34 @@ inline U4 Sar(U4 v, int n) { return reinterpret_cast<U4>(reinterpret_cast<S4>(v)
 // limit: those ten bits sign-extended, plus 128 (the clamp comes at the store).
 inline U4 Wrap10(U4 v, int shift) { return Sar(v << (22 - shift), 22) + 128u; }
 
-// With kSparse, inputs 4..7 are known to be zero (the common sparse block);
-// the compiler drops their terms, which leaves the same wrapping sums.
-template <bool kSparse = false>
-inline void Butterfly(const U4* in, uint32_t round, U4* out) {
-  const U4 zero = U4{0, 0, 0, 0};
-  const U4 c[8] = {in[0], in[1], in[2], in[3], kSparse ? zero : in[4], kSparse ? zero : in[5],
-                   kSparse ? zero : in[6], kSparse ? zero : in[7]};
-  U4 z1 = (c[2] + c[6]) * 4433u;
-  const U4 t2 = z1 - c[6] * 15137u;
-  const U4 t3 = z1 + c[2] * 6270u;
-  const U4 t0 = ((c[0] + c[4]) << 13) + round;
-  const U4 t1 = ((c[0] - c[4]) << 13) + round;
-  const U4 t10 = t0 + t3, t13 = t0 - t3, t11 = t1 + t2, t12 = t1 - t2;
+// The 8-point butterfly of both passes, on one value (the scalar twin) or a
+// vector of four: inputs c[0..7], the rounding term added to the even part,
+// results before descaling. With kSparse, inputs 4..7 are known to be zero
+// (the common sparse block); the compiler drops their terms, which leaves the
+// same wrapping sums.
+template <bool kSparse = false, class T>
+inline void Butterfly(const T* in, uint32_t round, T* out) {
+  const T zero{};
+  const T c[8] = {in[0], in[1], in[2], in[3], kSparse ? zero : in[4], kSparse ? zero : in[5],
+                  kSparse ? zero : in[6], kSparse ? zero : in[7]};
+  T z1 = (c[2] + c[6]) * kFix0_541196100;
+  const T t2 = z1 - c[6] * kFix1_847759065;
+  const T t3 = z1 + c[2] * kFix0_765366865;
+  const T t0 = ((c[0] + c[4]) << 13) + round;
+  const T t1 = ((c[0] - c[4]) << 13) + round;
+  const T t10 = t0 + t3, t13 = t0 - t3, t11 = t1 + t2, t12 = t1 - t2;
 
-  z1 = (c[7] + c[1]) * (0u - 7373u);
-  const U4 z2 = (c[5] + c[3]) * (0u - 20995u);
-  U4 z3 = c[7] + c[3];
-  U4 z4 = c[5] + c[1];
-  const U4 z5 = (z3 + z4) * 9633u;
-  z3 = z3 * (0u - 16069u) + z5;
-  z4 = z4 * (0u - 3196u) + z5;
-  const U4 o7 = c[7] * 2446u + z1 + z3;
-  const U4 o5 = c[5] * 16819u + z2 + z4;
-  const U4 o3 = c[3] * 25172u + z2 + z3;
-  const U4 o1 = c[1] * 12299u + z1 + z4;
+  z1 = (c[7] + c[1]) * (0u - kFix0_899976223);
+  const T z2 = (c[5] + c[3]) * (0u - kFix2_562915447);
+  T z3 = c[7] + c[3];
+  T z4 = c[5] + c[1];
+  const T z5 = (z3 + z4) * kFix1_175875602;
+  z3 = z3 * (0u - kFix1_961570560) + z5;
+  z4 = z4 * (0u - kFix0_390180644) + z5;
+  const T o7 = c[7] * kFix0_298631336 + z1 + z3;
+  const T o5 = c[5] * kFix2_053119869 + z2 + z4;
+  const T o3 = c[3] * kFix3_072711026 + z2 + z3;
+  const T o1 = c[1] * kFix1_501321110 + z1 + z4;
 
   out[0] = t10 + o1;
   out[7] = t10 - o1;
@@ -100,7 +118,8 @@ inline void Store8(unsigned char* out, U4 lo, U4 hi) {
 }
 #endif
 
-void Idct8x8(int32_t* block, unsigned char** rows, unsigned long column) {
+#if defined(__SSE2__) || defined(__ARM_NEON)
+[[maybe_unused]] void Idct8x8(int32_t* block, unsigned char** rows, unsigned long column) {
   // Vectors hold four columns (or rows) each; [half][i] keeps every pass's
   // input contiguous, so nothing is copied between the passes.
   U4 r[2][8];
@@ -163,6 +182,8 @@ void Idct8x8(int32_t* block, unsigned char** rows, unsigned long column) {
     for (int y = 0; y < 4; ++y) Store8(rows[4 * hr + y] + column, lo[y], hi[y]);
   }
 }
+
+#endif
 
 }  // namespace
 
