@@ -296,7 +296,7 @@ void Component::SelectDctTable() {
       idct = Decoder::IDCT_2x2;
       break;
     case 4:
-      idct = Decoder::IDCT_4x4;
+      idct = Kernels_Active().idct4x4;
       break;
     default:
       dctScaledSize = 8;

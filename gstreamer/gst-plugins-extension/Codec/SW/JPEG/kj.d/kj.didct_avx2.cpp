@@ -90,5 +90,7 @@ namespace kjd {
 
 void IDCT_8x8_avx2(int32_t* block, unsigned char** rows, unsigned long column) { Idct8x8Wide(block, rows, column); }
 
+void IDCT_4x4_avx2(int32_t* block, unsigned char** rows, unsigned long column) { Idct4x4(block, rows, column); }
+
 }  // namespace kjd
 #endif

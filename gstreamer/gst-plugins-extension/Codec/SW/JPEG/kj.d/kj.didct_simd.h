@@ -110,11 +110,21 @@ inline void Store8(unsigned char* out, U4 lo, U4 hi) {
   const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi));
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
 }
+inline void Store4(unsigned char* out, U4 v) {
+  const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(v), reinterpret_cast<__m128i>(v));
+  const uint32_t bytes = static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_packus_epi16(words, words)));
+  std::memcpy(out, &bytes, 4);
+}
 #elif defined(__ARM_NEON)
 inline void Store8(unsigned char* out, U4 lo, U4 hi) {
   const int16x8_t words = vcombine_s16(vqmovn_s32(reinterpret_cast<int32x4_t>(lo)),
                                        vqmovn_s32(reinterpret_cast<int32x4_t>(hi)));
   vst1_u8(out, vqmovun_s16(words));
+}
+inline void Store4(unsigned char* out, U4 v) {
+  const int16x4_t words = vqmovn_s32(reinterpret_cast<int32x4_t>(v));
+  const uint32_t bytes = vget_lane_u32(vreinterpret_u32_u8(vqmovun_s16(vcombine_s16(words, words))), 0);
+  std::memcpy(out, &bytes, 4);
 }
 #endif
 
@@ -183,6 +193,34 @@ inline void Store8(unsigned char* out, U4 lo, U4 hi) {
   }
 }
 
+
+// The reduced 4x4 transform for 1/2 scale: no shortcuts, no rounding terms,
+// truncating shifts, as its scalar twin.
+[[maybe_unused]] void Idct4x4(int32_t* block, unsigned char** rows, unsigned long column) {
+  U4 c[4], w[4], t[4], s[4], o[4];
+  for (int y = 0; y < 4; ++y) std::memcpy(&c[y], block + 8 * y, sizeof(U4));
+  const U4 z = (c[1] + c[3]) * kFix0_541196100;
+  const U4 o1 = Sar(z + c[1] * kFix0_765366865, 11);
+  const U4 o2 = Sar(z - c[3] * kFix1_847759065, 11);
+  const U4 e0 = (c[0] + c[2]) * 4u;
+  const U4 e1 = (c[0] - c[2]) * 4u;
+  w[0] = e0 + o1;
+  w[1] = e1 + o2;
+  w[2] = e1 - o2;
+  w[3] = e0 - o1;
+  Transpose4(w, t);
+  const U4 zr = (t[1] + t[3]) * kFix0_541196100;
+  const U4 r1 = zr + t[1] * kFix0_765366865;
+  const U4 r2 = zr - t[3] * kFix1_847759065;
+  const U4 f0 = (t[0] + t[2]) << 13;
+  const U4 f1 = (t[0] - t[2]) << 13;
+  s[0] = Wrap10(f0 + r1, 18);
+  s[1] = Wrap10(f1 + r2, 18);
+  s[2] = Wrap10(f1 - r2, 18);
+  s[3] = Wrap10(f0 - r1, 18);
+  Transpose4(s, o);
+  for (int y = 0; y < 4; ++y) Store4(rows[y] + column, o[y]);
+}
 #endif
 
 }  // namespace

@@ -14,12 +14,12 @@
 namespace kjd {
 namespace {
 
-const Kernels kScalar{"scalar", Decoder::IDCT_8x8};
+const Kernels kScalar{"scalar", Decoder::IDCT_8x8, Decoder::IDCT_4x4};
 #if defined(__x86_64__)
-const Kernels kSse2{"sse2", IDCT_8x8_sse2};
-const Kernels kAvx2{"avx2", IDCT_8x8_avx2};
+const Kernels kSse2{"sse2", IDCT_8x8_sse2, IDCT_4x4_sse2};
+const Kernels kAvx2{"avx2", IDCT_8x8_avx2, IDCT_4x4_avx2};
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-const Kernels kNeon{"neon", IDCT_8x8_neon};
+const Kernels kNeon{"neon", IDCT_8x8_neon, IDCT_4x4_neon};
 #endif
 
 // Best first.

@@ -10,11 +10,12 @@
 
 namespace kjd {
 
-using Idct8x8Fn = void (*)(int32_t* block, unsigned char** rows, unsigned long column);
+using IdctKernel = void (*)(int32_t* block, unsigned char** rows, unsigned long column);
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
-  Idct8x8Fn idct8x8;
+  IdctKernel idct8x8;
+  IdctKernel idct4x4;  // 1/2 scale
 };
 
 // The best variant the running CPU supports, picked on first use.
@@ -23,10 +24,14 @@ const Kernels& Kernels_Active();
 // number written (at most `capacity`).
 int Kernels_Runnable(const Kernels** out, int capacity);
 
-// SIMD twins of Decoder::IDCT_8x8, compiled only for their targets.
+// SIMD twins of Decoder::IDCT_8x8 and IDCT_4x4, compiled only for their
+// targets.
 void IDCT_8x8_sse2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_8x8_avx2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_8x8_neon(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_avx2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column);
 
 }  // namespace kjd
 
