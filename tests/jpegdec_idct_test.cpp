@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstring>
+#include <string>
 #include <random>
 
 #include "kj.d/kj.d.h"
@@ -95,6 +97,9 @@ TEST(Idct, SimdKernelsMatchTheScalarTwin) {
   const kjd::Kernels* kernels[4];
   const int n = kjd::Kernels_Runnable(kernels, 4);
   ASSERT_STREQ(kernels[0]->name, "scalar");
+  std::string names;
+  for (int i = 1; i < n; ++i) names += std::string(" ") + kernels[i]->name;
+  std::printf("compared with the scalar kernels:%s\n", n > 1 ? names.c_str() : " none on this CPU");
   std::mt19937 rng(11);
   for (int trial = 0; trial < 20000; ++trial) {
     const int shape = trial % 8;
