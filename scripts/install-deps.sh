@@ -3,18 +3,20 @@
 # packages already present are not fetched again.
 #   scripts/install-deps.sh          host build, tests, peers, GStreamer
 #   scripts/install-deps.sh --arm    also the armhf cross toolchain and qemu
+#   scripts/install-deps.sh --bench  also gnuplot, for the benchmark's chart
 # The armhf build needs no multiarch (no dpkg --add-architecture): the cross
 # packages bring the target libc and libstdc++, GoogleTest is built from the
 # googletest sources, and scripts/run-arm-tests.sh unpacks the armhf peer
 # library privately.
 set -euo pipefail
 
-want_arm=0
+want_arm=0 want_bench=0
 [ "${1:-}" = "--arm" ] && want_arm=1
+[ "${1:-}" = "--bench" ] && want_bench=1
 
 host_pkgs=(
   build-essential cmake ninja-build pkg-config git
-  libgtest-dev libgmock-dev googletest libbenchmark-dev
+  libgtest-dev libgmock-dev googletest
   libjpeg-turbo-progs libturbojpeg0-dev imagemagick libpng-dev valgrind bc
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
@@ -23,6 +25,7 @@ host_pkgs=(
 arm_pkgs=(
   g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user googletest
 )
+bench_pkgs=(gnuplot-nox)
 
 SUDO=""
 [ "$(id -u)" -ne 0 ] && SUDO="sudo"
@@ -37,6 +40,7 @@ missing() {
 
 pkgs=("${host_pkgs[@]}")
 [ "$want_arm" = 1 ] && pkgs+=("${arm_pkgs[@]}")
+[ "$want_bench" = 1 ] && pkgs+=("${bench_pkgs[@]}")
 
 todo=$(missing "${pkgs[@]}")
 if [ -n "$todo" ]; then
