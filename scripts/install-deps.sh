@@ -17,7 +17,7 @@ want_arm=0 want_bench=0
 host_pkgs=(
   build-essential cmake ninja-build pkg-config git
   libgtest-dev libgmock-dev googletest
-  libjpeg-turbo-progs libturbojpeg0-dev imagemagick libpng-dev valgrind bc
+  libjpeg-turbo-progs libturbojpeg0-dev imagemagick libpng-dev libcli11-dev graphviz valgrind bc
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
   check

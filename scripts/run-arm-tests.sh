@@ -12,10 +12,11 @@ bash scripts/install-deps.sh --arm
 
 # Target libraries that the cross toolchain does not bring, unpacked from
 # Debian's armhf packages into a private root under the build directory: the
-# peer (TurboJPEG) for the differential tests, and GStreamer with GLib for the
-# plug-in. A private apt state keeps this away from the machine's package
-# database, so no multiarch install (and no version skew with the host's
-# libraries) is involved. Nothing is installed, so dependencies are not
+# peer (TurboJPEG) for the differential tests, GStreamer with GLib for the
+# plug-in, and libpng with CLI11 (headers only) for the keljpeg tool. A
+# private apt state keeps this away from the machine's package database, so
+# no multiarch install (and no version skew with the host's libraries) is
+# involved. Nothing is installed, so dependencies are not
 # resolved: the list holds the -dev packages whose .pc files pkg-config walks
 # (Requires.private included) and the shared libraries they link against,
 # taken from the packages' Depends. libc, libgcc and libstdc++ come from the
@@ -29,6 +30,7 @@ armhf_pkgs=(
   libunwind8 libunwind-dev libdw1 libdw-dev libelf1 libelf-dev
   liborc-0.4-0 liborc-0.4-dev zlib1g zlib1g-dev liblzma5 liblzma-dev
   libbz2-1.0 libcap2 libmount1 libblkid1 libselinux1
+  libpng16-16 libpng-dev libcli11-dev
 )
 fetch_armhf_root() {
   local state=$PWD/$build/apt

@@ -52,14 +52,14 @@ awk -v y="$y_min" -v c="$c_min" -v b="$min_psnr" 'BEGIN { exit !(y >= b && c >= 
   fail "round trip PSNR Y $y_min dB, chroma $c_min dB on the worst frame; $min_psnr dB is the least"
 
 convert -size 1280x720 gradient:'#204080'-'#f0c060' -swirl 120 -depth 8 "$out/in.ppm"
-build/tools/kjenc -q 85 "$out/in.ppm" "$out/ours.jpg" >/dev/null
-build/tools/kjdec "$out/ours.jpg" "$out/ours.ppm" >/dev/null
+build/tools/keljpeg encode "$out/in.ppm" "$out/ours.jpg"
+build/tools/keljpeg decode "$out/ours.jpg" "$out/ours.ppm"
 cjpeg -baseline -dct int -quality 85 -outfile "$out/peer.jpg" "$out/in.ppm"
 djpeg -dct int -nosmooth -outfile "$out/peer.ppm" "$out/ours.jpg"
-cmp -s "$out/ours.jpg" "$out/peer.jpg" || fail "kjenc's JPEG differs from cjpeg's"
-cmp -s "$out/ours.ppm" "$out/peer.ppm" || fail "kjdec's pixels differ from djpeg's"
+cmp -s "$out/ours.jpg" "$out/peer.jpg" || fail "keljpeg encode's JPEG differs from cjpeg's"
+cmp -s "$out/ours.ppm" "$out/peer.ppm" || fail "keljpeg decode's pixels differ from djpeg's"
 
 echo "main job: OK: $frames of $frames frames ${width}x$height came back;" \
   "keljpeg_enc $(fps "$enc_s") fps, keljpeg_dec $(fps "$dec_s") fps;" \
   "round trip PSNR Y $y_min dB (mean $y_mean), chroma $c_min dB (mean $c_mean) on the worst frame," \
-  "at least $min_psnr dB; kjenc and kjdec byte-identical to cjpeg and djpeg on 1280x720"
+  "at least $min_psnr dB; keljpeg encode and decode byte-identical to cjpeg and djpeg on 1280x720"
