@@ -137,6 +137,7 @@ TEST(Decoder, RefusedPicturesAreLoggedAndTheElementCarriesOn) {
       {"4097 wide rounds to 4096", Jpeg(4097, 8, 1), kFlowOk, 4096, 8, ""},
       {"4098 wide", Jpeg(4098, 8, 1), kFlowError, 0, 0, kRange},
       {"header claims 12000x12000", ClaimingSize(12000, 12000), kFlowError, 0, 0, kRange},
+      {"4096x4096 claimed by too few bytes", ClaimingSize(4096, 4096), kFlowError, 0, 0, kDecode},
       {"undecodable", Undecodable(), kFlowError, 0, 0, kDecode},
   };
   const Bytes next = Jpeg(32, 16, 4);

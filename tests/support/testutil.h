@@ -69,7 +69,6 @@ std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale = 8, bool 
 struct ErrorSite {
   std::string file;
   int line = 0;
-  std::string outer;  // what the caller saw, "file:line"
 };
 ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)>& poke = nullptr);
 

@@ -19,6 +19,13 @@ constexpr kau::Site kSiteChainCatch{kSource, 227};
 // Decoded sizes the element passes on (after the decoder's even rounding).
 constexpr guint32 kMinWidth = 16, kMaxWidth = 4096, kMinHeight = 8, kMaxHeight = 4096;
 
+// The decoder's bounds here: frames that round to the largest size passed
+// on; the memory a progressive 4:2:0 frame of that size needs (219 MB: its
+// coefficients, 4-byte pixels and YUV rows; a 4:4:4 progressive one is
+// refused); input that codes every block; hundreds of scans where encoders
+// write about ten.
+constexpr kjd::DecodeLimits kDecodeLimits{(kMaxWidth + 1) * (kMaxHeight + 1), 224u << 20, 8, 500};
+
 GstStaticPadTemplate sinkTemplate = GST_STATIC_PAD_TEMPLATE(
     "sink", GST_PAD_SINK, GST_PAD_ALWAYS,
     GST_STATIC_CAPS("image/jpeg, width = (int) [ 16, 4096 ], height = (int) [ 8, 4096 ], "
@@ -161,7 +168,7 @@ GstFlowReturn DecodeHeldImage(GstKelJpegDec* self, GstBuffer* in) {
       GST_ERROR_OBJECT(self, "picture dimension is out of supported range");
       return GST_FLOW_ERROR;
     }
-    if (jpdyuv::DecodeJPG(stream, &image, true) == 0) {
+    if (jpdyuv::DecodeJPG(stream, &image, true, kDecodeLimits) == 0) {
       // Go on past the failed image too, or its bytes would stay in front of every image after it.
       StartNextImage(self);
       GST_ERROR_OBJECT(self, "internal error while decoding JPG");

@@ -22,7 +22,8 @@ constexpr kau::Site kSiteCatch{kSource, 91};
 // Decodes, post-processes and fills the record; `pixels` always holds the
 // buffer the caller must free should anything throw.
 void Finish(kjd::Decoder& decoder, unsigned char*& pixels, STImageSimple* image, int width, int height,
-            const kau::Site& noPixels) {
+            const kjd::DecodeLimits& limits, const kau::Site& noPixels) {
+  decoder.limits = limits;
   pixels = decoder.DecodeImage(width, height);
   if (pixels == nullptr) kau::Throw(noPixels);
   decoder.ScaleImageAndFillAlpha(pixels);
@@ -37,6 +38,11 @@ void Finish(kjd::Decoder& decoder, unsigned char*& pixels, STImageSimple* image,
 
 int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha, STImageSimple* image,
               int width, int height) {
+  return DecodeJPG(data, size, alpha, image, width, height, kjd::DecodeLimits{});
+}
+
+int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha, STImageSimple* image,
+              int width, int height, const kjd::DecodeLimits& limits) {
   unsigned char* pixels = nullptr;
   try {
     if (data == nullptr) kau::Throw(kSiteNullData);
@@ -45,7 +51,7 @@ int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha
     if (image == nullptr) kau::Throw(kSiteNullImage);
     if (width < 0 && height < 0) kau::Throw(kSiteBothNegative);
     kjd::Decoder decoder(data, size, static_cast<unsigned char>(alpha));
-    Finish(decoder, pixels, image, width, height, kSiteNoPixels);
+    Finish(decoder, pixels, image, width, height, limits, kSiteNoPixels);
     return 1;
   } catch (...) {
     kau::ReportCurrentException(kSiteCatch);
@@ -55,13 +61,18 @@ int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha
 }
 
 int DecodeJPG(MMStream* stream, unsigned long alpha, STImageSimple* image, int width, int height) {
+  return DecodeJPG(stream, alpha, image, width, height, kjd::DecodeLimits{});
+}
+
+int DecodeJPG(MMStream* stream, unsigned long alpha, STImageSimple* image, int width, int height,
+              const kjd::DecodeLimits& limits) {
   unsigned char* pixels = nullptr;
   try {
     if (alpha > 255) kau::Throw(kSiteStreamAlpha);
     if (image == nullptr) kau::Throw(kSiteStreamNullImage);
     if (width < 0 && height < 0) kau::Throw(kSiteStreamBothNegative);
     kjd::Decoder decoder(stream, static_cast<unsigned char>(alpha));
-    Finish(decoder, pixels, image, width, height, kSiteStreamNoPixels);
+    Finish(decoder, pixels, image, width, height, limits, kSiteStreamNoPixels);
     return 1;
   } catch (...) {
     kau::ReportCurrentException(kSiteStreamCatch);

@@ -4,6 +4,7 @@
 
 #include "kau/kexport.h"
 #include "kiu/kiu.h"
+#include "kj.dlimits.h"
 
 class MMStream;
 
@@ -16,5 +17,10 @@ class MMStream;
 KEL_API int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha,
                       STImageSimple* image, int width, int height);
 KEL_API int DecodeJPG(MMStream* stream, unsigned long alpha, STImageSimple* image, int width, int height);
+// The same within `limits`; a decode that would exceed them fails as above.
+KEL_API int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha,
+                      STImageSimple* image, int width, int height, const kjd::DecodeLimits& limits);
+KEL_API int DecodeJPG(MMStream* stream, unsigned long alpha, STImageSimple* image, int width, int height,
+                      const kjd::DecodeLimits& limits);
 
 #endif  // KJ_D_CJPGD_H

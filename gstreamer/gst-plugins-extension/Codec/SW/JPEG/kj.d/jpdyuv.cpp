@@ -84,8 +84,18 @@ int Decode(kjd::Decoder& decoder, STImageSimple* image, bool planar) {
 }  // namespace
 
 int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* image, bool planar) {
+  return DecodeJPG(data, size, image, planar, kjd::DecodeLimits{});
+}
+
+int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar) {
+  return DecodeJPG(stream, image, planar, kjd::DecodeLimits{});
+}
+
+int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* image, bool planar,
+              const kjd::DecodeLimits& limits) {
   try {
     kjd::Decoder decoder(data, size, 0);
+    decoder.limits = limits;
     return Decode(decoder, image, planar);
   } catch (...) {
     kau::ReportCurrentException(kSiteMemoryCatch);
@@ -93,9 +103,10 @@ int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* imag
   }
 }
 
-int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar) {
+int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar, const kjd::DecodeLimits& limits) {
   try {
     kjd::Decoder decoder(stream, 0);
+    decoder.limits = limits;
     return Decode(decoder, image, planar);
   } catch (...) {
     kau::ReportCurrentException(kSiteStreamCatch);

@@ -4,6 +4,7 @@
 
 #include "kau/kexport.h"
 #include "kiu/kiu.h"
+#include "kj.dlimits.h"
 
 class MMStream;
 
@@ -17,6 +18,10 @@ namespace jpdyuv {
 // the caller.
 KEL_API int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* image, bool planar);
 KEL_API int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar);
+// The same within `limits`; a decode that would exceed them fails as above.
+KEL_API int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* image, bool planar,
+                      const kjd::DecodeLimits& limits);
+KEL_API int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar, const kjd::DecodeLimits& limits);
 
 }  // namespace jpdyuv
 

@@ -24,6 +24,11 @@ constexpr kau::Site kSiteStreamFailed{kSource, 91};
 constexpr kau::Site kSiteAfterEOI{kSource, 106};
 constexpr kau::Site kSiteOutputTooWide{kSource, 140};
 constexpr kau::Site kSiteOutputTooLarge{kSource, 141};
+// A caller's DecodeLimits: frame or box pixels, blocks beyond what the input
+// can code, whole-image memory.
+constexpr kau::Site kSiteOverPixels{kSource, 142};
+constexpr kau::Site kSiteOverData{kSource, 143};
+constexpr kau::Site kSiteOverMemory{kSource, 144};
 constexpr kau::Site kSitePixelBuffer{kSource, 176};
 constexpr kau::Site kSiteRowsCatch{kSource, 188};
 constexpr kau::Site kSiteYuvScale{kSource, 203};
@@ -73,6 +78,7 @@ void Decoder::ReadHeadersFromMemory(const unsigned char* data, unsigned long siz
     length = size + 2;
   }
   inputEnd = begin + length;
+  inputBytes = size > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(size);
   sourceStream = nullptr;
   if (begin[0] != 0xFF) kau::Throw(kSiteNoLeadingFF);
   unsigned long i = 1;
@@ -85,6 +91,9 @@ Decoder::Decoder(MMStream* stream, unsigned char alpha) {
   try {
     if (stream == nullptr) kau::Throw(kSiteNullStream);
     sourceStream = stream;
+    unsigned long total = 0, at = 0;
+    if (MMStreamSize(stream, &total) != 0 && MMStreamTell(stream, &at) != 0 && total > at)
+      inputBytes = total - at > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(total - at);
     inputBuffer = static_cast<unsigned char*>(Allocate(kRefillBytes));
     inputBuffer[0] = 0;
     inputPosition = Input_Load(inputBuffer + 1);
@@ -206,6 +215,7 @@ unsigned char* Decoder::DecodeImage(long width, long height) {
   if (uint64_t{outputHeight} * outputWidth * 4 > UINT32_MAX) kau::Throw(kSiteOutputTooLarge);
 
   Upsample_Init();
+  CheckLimits();
   Input_StartScan();
   // The fused paths need the layout-specific controllers; the rows they
   // write are the same as the general controller's.
@@ -223,6 +233,32 @@ unsigned char* Decoder::DecodeImage(long width, long height) {
     return nullptr;
   }
   return pixels;
+}
+
+void Decoder::CheckLimits() const {
+  const uint64_t frame = uint64_t{imageWidth} * imageHeight;
+  const uint64_t box = needsRescale && targetWidth > 0 && targetHeight > 0
+                           ? uint64_t(uint32_t(targetWidth)) * uint32_t(targetHeight)
+                           : 0;
+  if (limits.maxPixels != 0 && (frame > limits.maxPixels || box > limits.maxPixels))
+    kau::Throw(kSiteOverPixels);
+  if (limits.maxBlocksPerByte != 0 && inputBytes != 0) {
+    uint64_t blocks = 0;
+    for (const Component* c = components; c != componentsEnd; ++c)
+      blocks += uint64_t{c->widthInBlocks} * c->heightInBlocks;
+    if (blocks > uint64_t{inputBytes} * limits.maxBlocksPerByte) kau::Throw(kSiteOverData);
+  }
+  if (limits.maxMemory != 0) {
+    // The largest set alive at once: stores and pixels, plus either the
+    // rescaled box, or the YUV rows (from 4-byte pixels) or the I420 planes.
+    const uint64_t out = uint64_t{outputWidth} * outputHeight;
+    uint64_t bytes = Dcoef_StoreBytes() + out * (directYuv ? 3 : 4);
+    if (yuvWanted)
+      bytes += directYuv ? out * 3 / 2 : out * 3;
+    else
+      bytes += box * 4;
+    if (bytes > limits.maxMemory) kau::Throw(kSiteOverMemory);
+  }
 }
 
 unsigned char* Decoder::ScaleImageAndFillAlpha(unsigned char*& pixels) {
@@ -305,19 +341,6 @@ void Component::SelectDctTable() {
   }
   // Coefficients reach the inverse DCT already dequantised.
   dctTable = quantTable;
-}
-
-Component::WholeImage* Component::WholeImage::Create(Decoder* decoder, uint32_t rowCount,
-                                                     uint32_t blocksPerRow) {
-  uint64_t blocks = uint64_t{rowCount} * blocksPerRow;
-  if (blocks > UINT32_MAX / sizeof(Block)) kau::Throw(kau::kSiteRoundUp);
-  auto* image = static_cast<WholeImage*>(decoder->Allocate(sizeof(WholeImage)));
-  image->rowCount = rowCount;
-  image->blocksPerRow = blocksPerRow;
-  image->rows = decoder->heap.AllocateArray<Block*>(rowCount == 0 ? 1 : rowCount);
-  Block* all = decoder->heap.AllocateZeroedArray<Block>(blocks == 0 ? 1 : static_cast<uint32_t>(blocks));
-  for (uint32_t r = 0; r < rowCount; ++r) image->rows[r] = all + uint64_t{r} * blocksPerRow;
-  return image;
 }
 
 }  // namespace kjd

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "kau/kau.h"
+#include "kj.dlimits.h"
 
 class MMStream;
 
@@ -69,12 +70,16 @@ struct DerivedTable {
 
 struct Component {
   // Whole-image coefficient store of a multi-scan image: one pointer per
-  // block row, then the blocks, sized in whole MCUs.
+  // block row, sized in whole MCUs. The blocks come in bands of one iMCU row,
+  // allocated when a scan first decodes into the band; null rows are absent
+  // bands, whose coefficients are all zero.
   struct WholeImage {
     Block** rows;
     uint32_t rowCount;
     uint32_t blocksPerRow;
     static WholeImage* Create(Decoder* decoder, uint32_t rowCount, uint32_t blocksPerRow);
+    // The `bandRows` block rows from `first` on, allocated zeroed if absent.
+    Block** Band(Decoder* decoder, uint32_t first, uint32_t bandRows);
   };
 
   const uint32_t* dctTable;  // table the inverse DCT stage dequantises with
@@ -200,6 +205,9 @@ class Decoder : public kiu::Decoder {
   static int Dcoef_DecompressSingleScan0(Decoder* d, unsigned char*** output);
   static int Dcoef_ReadMultiScan0(Decoder* d);
   static int Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output);
+  // Bytes the whole-image stores of a multi-scan image take once every band
+  // is decoded; 0 for a single-scan image.
+  uint64_t Dcoef_StoreBytes() const;
   // Sets up the coefficient side for the first scan: the MCU buffer of a
   // single-scan image (returning the matching controller) or the whole-image
   // stores of a multi-scan image, after which every scan is read (returning
@@ -319,10 +327,13 @@ class Decoder : public kiu::Decoder {
   uint32_t nextRestart = 0;
   ConsumeFn consumeInput = nullptr;
   DecompressFn decompress = nullptr;
+  DecodeLimits limits;      // set by the entry points before DecodeImage
+  uint32_t inputBytes = 0;  // bytes of input from SOI on; 0 when unknown
   kau::mem::Heap heap;
 
  private:
   unsigned RefillForByte();
+  void CheckLimits() const;
   void ReadHeadersFromMemory(const unsigned char* data, unsigned long size);
 };
 

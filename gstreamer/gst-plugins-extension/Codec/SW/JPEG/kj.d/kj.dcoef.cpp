@@ -16,6 +16,19 @@ inline void ClearBlocks(Block* first, int count) {
   kau::mem::Zero32(first, static_cast<unsigned long>(count) * 64);
 }
 
+// Whether the decoding step of the next MCU can decode: once the data ran
+// out only a due restart brings more.
+inline bool MayDecode(const Decoder* d) {
+  return !d->insufficientData || (d->restartInterval != 0 && d->restartsToGo == 0);
+}
+
+// Whether the next MCU of a progressive AC scan lies inside an EOB run: its
+// block is then left alone (first scan) or only its non-zero coefficients
+// are refined, so an absent band's block stays zero without being stored.
+inline bool InEobRun(const Decoder* d) {
+  return d->progressive && d->Ss != 0 && d->eobRun > 0 && !(d->restartInterval != 0 && d->restartsToGo == 0);
+}
+
 inline int FinishInputRow(Decoder* d) {
   if (d->inputImcuRow == d->mcuRows) {
     d->consumeInput = Decoder::Input_ReadMarkers0;
@@ -142,24 +155,33 @@ int Decoder::Dcoef_ReadMultiScan0(Decoder* d) {
   const uint32_t row = d->inputImcuRow++;
   const bool last = d->inputImcuRow == d->mcuRows;
   const McuFn decode = d->decodeMcu;
+  // Out of data with no restart to come: the rest of the scan decodes
+  // nothing, so its rows are passed over and their bands stay absent.
+  if (d->insufficientData && d->restartInterval == 0) return FinishInputRow(d);
   if (d->componentsInScan == 1) {
     Component* c = d->scanComponents[0];
     const uint32_t rows = last ? c->lastRowHeight : c->v;
-    Block** storeRows = c->wholeImage->rows + row * c->v;
+    Block** band = c->wholeImage->rows + row * c->v;
+    Block** storeRows = nullptr;
     for (uint32_t y = 0; y < rows; ++y) {
-      Block* blockRow = storeRows[y];
       for (uint32_t x = 0; x < c->widthInBlocks; ++x) {
-        Block* one = blockRow + x;
+        // An existing band is always taken; an absent one is made only for
+        // an MCU that may change its block.
+        if (storeRows == nullptr && (band[0] != nullptr || (MayDecode(d) && !InEobRun(d))))
+          storeRows = c->wholeImage->Band(d, row * c->v, c->v);
+        Block* one = storeRows != nullptr ? storeRows[y] + x : d->mcuBuffer;
         d->Dcoef_DecodeStep(&one, decode);
       }
     }
   } else {
-    Block* pointers[kMcuBufferBlocks];
+    Block* pointers[kMcuBufferBlocks] = {};
+    bool banded = false;
     for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
+      if (!banded && MayDecode(d)) banded = true;
       int n = 0;
-      for (int i = 0; i < d->componentsInScan; ++i) {
+      for (int i = 0; banded && i < d->componentsInScan; ++i) {
         Component* c = d->scanComponents[i];
-        Block** storeRows = c->wholeImage->rows + row * c->v;
+        Block** storeRows = c->wholeImage->Band(d, row * c->v, c->v);
         for (uint32_t y = 0; y < c->mcuHeight; ++y)
           for (uint32_t i2 = 0; i2 < c->mcuWidth; ++i2) pointers[n++] = storeRows[y] + x * c->mcuWidth + i2;
       }
@@ -180,8 +202,15 @@ int Decoder::Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output) {
     const uint32_t width = c->widthInBlocks * s;
     const uint32_t* q = d->progressive ? c->quantTable : nullptr;
     unsigned char** out = output[c->index];
+    Block** band = c->wholeImage->rows + row * c->v;
+    if (band[0] == nullptr) {
+      // No scan decoded into this band: every block is zero, whose samples
+      // are all 128 at any scale.
+      for (uint32_t y = 0; y < rows * s; ++y) kau::mem::Set8(out[y], 128, width);
+      continue;
+    }
     for (uint32_t y = 0; y < rows; ++y) {
-      Block* block = c->wholeImage->rows[row * c->v + y];
+      Block* block = band[y];
       for (uint32_t column = 0; column < width; column += s, ++block) {
         if (q != nullptr) {
           for (int k = 0; k < 64; ++k)
@@ -214,6 +243,7 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
     }
     return Dcoef_DecompressSingleScan0;
   }
+  mcuBuffer = heap.AllocateZeroedArray<Block>(1);  // the zero block EOB runs pass over
   for (Component* c = components; c != componentsEnd; ++c) {
     const uint32_t rows = kau::RoundUp(c->heightInBlocks, c->v);
     const uint32_t cols = kau::RoundUp(c->widthInBlocks, c->h);
@@ -222,6 +252,36 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
   while (!eoiReached) consumeInput(this);
   outputImcuRow = 0;
   return Dcoef_DecompressMultiScan0;
+}
+
+uint64_t Decoder::Dcoef_StoreBytes() const {
+  if (singleScan) return 0;
+  uint64_t blocks = 0;
+  for (const Component* c = components; c != componentsEnd; ++c)
+    blocks += uint64_t{kau::RoundUp(c->heightInBlocks, c->v)} * kau::RoundUp(c->widthInBlocks, c->h);
+  return blocks * sizeof(Block);
+}
+
+Component::WholeImage* Component::WholeImage::Create(Decoder* decoder, uint32_t rowCount,
+                                                     uint32_t blocksPerRow) {
+  const uint64_t blocks = uint64_t{rowCount} * blocksPerRow;
+  if (blocks > UINT32_MAX / sizeof(Block)) kau::Throw(kau::kSiteRoundUp);
+  auto* image = static_cast<WholeImage*>(decoder->Allocate(sizeof(WholeImage)));
+  image->rowCount = rowCount;
+  image->blocksPerRow = blocksPerRow;
+  image->rows = decoder->heap.AllocateZeroedArray<Block*>(rowCount == 0 ? 1 : rowCount);
+  return image;
+}
+
+Block** Component::WholeImage::Band(Decoder* decoder, uint32_t first, uint32_t bandRows) {
+  Block** band = rows + first;
+  if (band[0] == nullptr) {
+    // Create bounded the whole store, so a band's size fits 32 bits.
+    Block* all =
+        decoder->heap.AllocateZeroedArray<Block>(bandRows * blocksPerRow == 0 ? 1 : bandRows * blocksPerRow);
+    for (uint32_t r = 0; r < bandRows; ++r) band[r] = all + r * blocksPerRow;
+  }
+  return band;
 }
 
 void Decoder::Dcoef_DecodeToPlanes(uint32_t scaledSize, Plane* planes, bool specialised) {

@@ -16,6 +16,7 @@ constexpr kau::Site kSiteSOSBeforeSOF{kSrc, 176};
 constexpr kau::Site kSiteSOSLength{kSrc, 179};
 constexpr kau::Site kSiteScanComponent{kSrc, 189};
 constexpr kau::Site kSiteSecondScan{kSrc, 206};
+constexpr kau::Site kSiteScanLimit{kSrc, 207};  // more scans than the caller's DecodeLimits allow
 constexpr kau::Site kSiteSampling{kSrc, 217};
 constexpr kau::Site kSiteDHTCount{kSrc, 252};
 constexpr kau::Site kSiteDHTSlot{kSrc, 266};
@@ -178,6 +179,7 @@ void Decoder::GetSOS() {
   Al = ahal & 15;
   nextRestart = 0;
   ++scansSeen;
+  if (limits.maxScans != 0 && scansSeen > limits.maxScans) kau::Throw(kSiteScanLimit);
   if (scansSeen == 1) {
     maxH = 0;
     maxV = 0;
