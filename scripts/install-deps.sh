@@ -20,7 +20,7 @@ host_pkgs=(
   libjpeg-turbo-progs libturbojpeg0-dev imagemagick libpng-dev libcli11-dev graphviz valgrind bc
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
   gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad
-  check
+  check clang-14 libclang-rt-14-dev
 )
 arm_pkgs=(
   g++-arm-linux-gnueabihf binutils-arm-linux-gnueabihf qemu-user googletest

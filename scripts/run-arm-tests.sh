@@ -90,4 +90,4 @@ if ! readelf -h "$build/tests/abi_test" | grep -q 'Machine: *ARM$'; then
 fi
 
 # A hang under emulation fails its test instead of stalling the CI run.
-ctest --test-dir "$build" -j "$jobs" --timeout 600 --output-on-failure "$@"
+bash scripts/ctest.sh --test-dir "$build" -j "$jobs" --timeout 600 --output-on-failure "$@"

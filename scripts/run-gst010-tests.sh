@@ -23,4 +23,4 @@ export GST_REGISTRY="$PWD/$build/registry-0.10.bin"
 
 cmake -S . -B "$build" -G Ninja -DKEL_WERROR=ON -DKELJPEG_GST_API=0.10
 cmake --build "$build" -j "$(nproc)" --target gstkeljpeg element_test
-ctest --test-dir "$build" -L gst -j "$(nproc)" --output-on-failure "$@"
+bash scripts/ctest.sh --test-dir "$build" -L gst -j "$(nproc)" --output-on-failure "$@"

@@ -23,7 +23,7 @@ std::string Name(const Size& s) { return std::to_string(s.width) + "x" + std::to
 class PackedVersusCjpeg : public testing::TestWithParam<std::tuple<Size, int, bool>> {};
 
 TEST_P(PackedVersusCjpeg, WritesTheSameBytes) {
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "cjpeg not installed";
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg");
   const auto [size, quality, rgb] = GetParam();
   const Bytes pixels = keltest::PhotoLike(size.width, size.height, 3, 7);
   const Bytes expected = keltest::Cjpeg(

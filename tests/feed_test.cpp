@@ -21,7 +21,7 @@ Bytes Decoded(const STImageSimple& image) {
 }
 
 TEST(Feed, ConcatenatedFilesSplitAtRandomCompleteAtEachEoiAndDecode) {
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg";
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg");
   const std::vector<Bytes> files = {keltest::MakeJpeg(101, 75, 3, 1, "-sample 2x2"),
                                     keltest::MakeJpeg(17, 9, 3, 2, "-progressive -sample 1x1"),
                                     keltest::MakeJpeg(33, 20, 1, 3, "-grayscale -restart 1"),

@@ -110,7 +110,7 @@ class DecoderDiff : public testing::TestWithParam<Case> {
  protected:
   void SetUp() override {
     const Case& c = GetParam();
-    if (!keltest::HaveTool("cjpeg") || !keltest::HaveTool("jpegtran")) GTEST_SKIP() << "no cjpeg/jpegtran";
+    KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg") && keltest::HaveTool("jpegtran"), "cjpeg/jpegtran");
     const int channels = c.args.find("-grayscale") != std::string::npos ? 1 : 3;
     jpeg = keltest::MakeJpeg(c.width, c.height, channels, 7u + c.width, c.args, c.scans, c.jpegtranArgs);
     ASSERT_FALSE(jpeg.empty());
@@ -122,7 +122,7 @@ class DecoderDiff : public testing::TestWithParam<Case> {
 TEST_P(DecoderDiff, PlanesMatchPeer) {
   std::vector<keltest::ComponentPlane> peer;
   std::string why;
-  if (!keltest::PeerPlanes(jpeg, &peer, &why)) GTEST_SKIP() << "peer: " << why;
+  KEL_REQUIRE_PEER(keltest::PeerPlanes(jpeg, &peer, &why), "TurboJPEG: " + why);
   const auto ours = keltest::DecodePlanes(jpeg, 8, !GetParam().general);
   ASSERT_EQ(ours.size(), peer.size());
   for (size_t i = 0; i < ours.size(); ++i) {
@@ -153,7 +153,7 @@ TEST_P(DecoderDiff, EntryPointsMatchPeer) {
   Bytes rgb;
   int pw = 0, ph = 0;
   std::string why;
-  if (!keltest::PeerRgb(jpeg, &rgb, &pw, &ph, &why)) GTEST_SKIP() << "peer: " << why;
+  KEL_REQUIRE_PEER(keltest::PeerRgb(jpeg, &rgb, &pw, &ph, &why), "TurboJPEG: " + why);
   const size_t pixels = static_cast<size_t>(pw) * ph;
 
   // DecodeJPG: memory, byte-stream and file-stream forms.

@@ -31,7 +31,7 @@ struct Picture {
 };
 
 #define REQUIRE_CJPEG() \
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg"
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg")
 
 TEST(RequestedSize, PicksTheDctScaleThenRescalesKeepingTheAspectRatio) {
   REQUIRE_CJPEG();
@@ -105,7 +105,7 @@ TEST(RequestedSize, NegativeValuesCountPixelsPerEightAndAMixedPairIsKept) {
 // ImageMagick writes CMYK as an Adobe file with transform 2 (YCCK); the
 // transform byte sits 17 bytes into the file.
 TEST(ColorModel, FourComponentsFollowTheAdobeTransform) {
-  if (!keltest::HaveTool("convert")) GTEST_SKIP() << "no ImageMagick";
+  KEL_REQUIRE_PEER(keltest::HaveTool("convert"), "convert");
   const int w = 37, h = 21;
   const std::string jpg = keltest::TempPath("cmyk.jpg");
   ASSERT_EQ(keltest::Run("convert -size 37x21 -seed 3 plasma: -colorspace CMYK -quality 90 " + jpg), 0);
@@ -117,7 +117,7 @@ TEST(ColorModel, FourComponentsFollowTheAdobeTransform) {
   Bytes raw;
   int pw = 0, ph = 0;
   std::string why;
-  if (!keltest::PeerRgb(cmyk, &raw, &pw, &ph, &why, true)) GTEST_SKIP() << "peer: " << why;
+  KEL_REQUIRE_PEER(keltest::PeerRgb(cmyk, &raw, &pw, &ph, &why, true), "TurboJPEG: " + why);
   ASSERT_EQ(pw, w);
   const struct {
     const char* name;

@@ -131,7 +131,7 @@ TEST(Idct, SimdKernelsMatchTheScalarTwin) {
 }
 
 TEST(Idct, ScaledDecodesMatchAreaAverage) {
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg";
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg");
   for (const char* args :
        {"-quality 90 -sample 2x2", "-quality 90 -sample 2x2 -progressive", "-quality 85 -sample 1x1"}) {
     const keltest::Bytes jpeg = keltest::MakeJpeg(403, 301, 3, 11, args);

@@ -94,7 +94,7 @@ PeerDecode Decode(int width, int height, const char* sample, uint32_t seed) {
 // Full and horizontally halved chroma, through the RGBA form and through
 // packed YUV plus the packed transform (and the plane form where it applies).
 TEST(PeerTurboJpeg, FullAndHalvedChromaRowsMatchExactly) {
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg";
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg");
   const struct {
     const char* sample;
     int width, height;
@@ -120,7 +120,7 @@ TEST(PeerTurboJpeg, FullAndHalvedChromaRowsMatchExactly) {
 }
 
 TEST(PeerTurboJpeg, QuarterChromaMatchesExactlyIncludingOddEdges) {
-  if (!keltest::HaveTool("cjpeg")) GTEST_SKIP() << "no cjpeg";
+  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg");
   for (auto [w, h] : {std::pair{37, 29}, std::pair{64, 48}, std::pair{1, 3}}) {
     SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
     PeerDecode d = Decode(w, h, "-sample 2x2", 11);

@@ -39,14 +39,11 @@ std::string Missing(std::initializer_list<const char*> tools) {
     if (!keltest::HaveTool(t)) return t;
   return "";
 }
-bool InCi() { return std::getenv("CI") != nullptr && std::string(std::getenv("CI")) == "true"; }
-
-// Under CI a missing peer fails the test instead of skipping it.
-#define REQUIRE_TOOLS(...)                                                    \
-  if (const std::string missing = Missing({__VA_ARGS__}); !missing.empty()) { \
-    if (InCi()) FAIL() << missing << " not installed";                        \
-    GTEST_SKIP() << missing << " not installed";                              \
-  }
+#define REQUIRE_TOOLS(...)                              \
+  do {                                                  \
+    const std::string missing = Missing({__VA_ARGS__}); \
+    KEL_REQUIRE_PEER(missing.empty(), missing);         \
+  } while (0)
 
 std::string WritePnm(const std::string& name, const Bytes& rgb, int width, int height) {
   const std::string path = keltest::TempPath(name);

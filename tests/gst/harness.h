@@ -41,6 +41,8 @@ class ElementHarness {
   virtual void SetInt(const char* property, int value) = 0;
   virtual int GetInt(const char* property) = 0;
   virtual int Emitted(const char* signal) const = 0;
+  // Moves the element to a GstState (1 NULL, 2 READY, 3 PAUSED, 4 PLAYING).
+  virtual void SetState(int state) = 0;
 };
 
 // ERROR and DEBUG lines logged in the elements' categories ("LEVEL text").

@@ -85,6 +85,7 @@ class Harness010 : public ElementHarness {
     return value;
   }
   int Emitted(const char*) const override { return encoded_; }
+  void SetState(int state) override { gst_element_set_state(element_, GstState(state)); }
 
  private:
   static Harness010* Of(GstPad* pad) {

@@ -43,6 +43,7 @@ class Harness1 : public ElementHarness {
     return value;
   }
   int Emitted(const char*) const override { return encoded_; }
+  void SetState(int state) override { gst_element_set_state(h_->element, GstState(state)); }
 
  private:
   void Collect() {

@@ -57,6 +57,11 @@ int Run(const std::string& command) {
 
 bool HaveTool(const std::string& tool) { return Run("command -v " + tool + " >/dev/null 2>&1") == 0; }
 
+bool InCi() {
+  const char* ci = std::getenv("CI");
+  return ci != nullptr && std::string(ci) == "true";
+}
+
 std::string Slug(const std::string& text) {
   std::string out;
   for (char c : text) {

@@ -32,6 +32,15 @@ void WriteFile(const std::string& path, const Bytes& data);
 // Runs a shell command; returns its exit status.
 int Run(const std::string& command);
 bool HaveTool(const std::string& tool);
+// CI=true: a peer that is missing or refuses a file fails the test instead of skipping it.
+bool InCi();
+#define KEL_REQUIRE_PEER(ok, what)                                      \
+  do {                                                                  \
+    if (!(ok)) {                                                        \
+      if (keltest::InCi()) GTEST_FAIL() << "peer missing: " << (what); \
+      GTEST_SKIP() << "peer missing: " << (what);                       \
+    }                                                                   \
+  } while (0)
 // Letters and digits of `text`, every other run turned into one '_'.
 std::string Slug(const std::string& text);
 
