@@ -4,9 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <string>
 #include <random>
 
 #include "kj.d/kj.d.h"
+#include "kj.d/kj.dkernels.h"
 #include "support/testutil.h"
 
 namespace {
@@ -83,6 +87,45 @@ TEST(Idct, ValuesWrapEvery1024BeforeTheClamp) {
       kjd::Coef block[64] = {};
       block[0] = dc;
       EXPECT_EQ(Apply(t, block), std::vector<int>(t.n * t.n, sample)) << t.n << "x" << t.n << " dc " << dc;
+    }
+  }
+}
+
+// Every SIMD kernel the CPU runs gives its scalar twin's bytes, over blocks
+// of every shape the shortcuts tell apart and values that wrap.
+TEST(Idct, SimdKernelsMatchTheScalarTwin) {
+  const kjd::Kernels* kernels[4];
+  const int n = kjd::Kernels_Runnable(kernels, 4);
+  ASSERT_STREQ(kernels[0]->name, "scalar");
+  std::string names;
+  for (int i = 1; i < n; ++i) names += std::string(" ") + kernels[i]->name;
+  std::printf("compared with the scalar kernels:%s\n", n > 1 ? names.c_str() : " none on this CPU");
+  std::mt19937 rng(11);
+  for (int trial = 0; trial < 20000; ++trial) {
+    const int shape = trial % 8;
+    const int32_t range = shape == 7 ? INT32_MAX : shape == 6 ? 1 << 20 : 2048;
+    kjd::Coef block[64] = {};
+    for (int k = 0; k < 64; ++k) {
+      const bool keep = shape == 0   ? k == 0                   // DC only
+                        : shape == 1 ? k % 8 == 0                // AC only down the columns
+                        : shape == 2 ? k < 8                     // first row only
+                        : shape == 3 ? k % 8 < 4 && k < 32       // top-left quarter
+                        : shape == 4 ? rng() % 6 == 0            // sparse
+                                     : true;
+      if (keep) block[k] = std::uniform_int_distribution<int32_t>(-range, range)(rng);
+    }
+    for (int i = 1; i < n; ++i) {
+      kjd::Coef a[64], b[64];
+      std::copy(block, block + 64, a);
+      std::copy(block, block + 64, b);
+      unsigned char sa[8][24] = {}, sb[8][24] = {};
+      unsigned char *ra[8], *rb[8];
+      for (int r = 0; r < 8; ++r) ra[r] = sa[r], rb[r] = sb[r];
+      const unsigned long column = trial % 17;
+      const bool half = trial % 3 == 0;
+      (half ? kernels[0]->idct4x4 : kernels[0]->idct8x8)(a, ra, column);
+      (half ? kernels[i]->idct4x4 : kernels[i]->idct8x8)(b, rb, column);
+      ASSERT_EQ(0, std::memcmp(sa, sb, sizeof sa)) << kernels[i]->name << (half ? " 4x4" : " 8x8") << " trial " << trial;
     }
   }
 }

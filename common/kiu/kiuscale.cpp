@@ -140,49 +140,88 @@ inline void Filter(const unsigned char* base, const Contribution* p, const Contr
   for (int c = 0; c < kChannels; ++c) out[c] = same[c] ? first[c] : RoundSample(sum[c]);
 }
 
+// Bytes of a w x h picture of `step` bytes per pixel, within 32 bits.
+constexpr kau::Site kSiteTooLarge{kSource, 164};
+inline uint32_t PictureBytes(uint32_t w, uint32_t h, uint32_t step) {
+  uint64_t bytes = uint64_t{w} * h * step;
+  if (bytes > UINT32_MAX) kau::Throw(kSiteTooLarge);
+  return static_cast<uint32_t>(bytes);
+}
+
 // Resizes kFiltered channels of pixels kStep bytes apart; a fourth byte (when
-// kStep exceeds kFiltered) is copied from the centre source pixel. Works one
-// destination column at a time so scratch stays one column of the source.
+// kStep exceeds kFiltered) is copied from the centre source pixel. Both
+// passes walk rows left to right: the horizontal one filters each source row
+// once into a ring of destination-width rows (as many as one vertical list
+// spans; the lists move down monotonically), the vertical one accumulates
+// whole rows in list order, which adds each sample's terms in the same order
+// as a sum taken sample by sample, so every result bit is the same.
 template <int kFiltered, int kStep>
 void Resample(const unsigned char* src, uint32_t srcWidth, uint32_t srcHeight, unsigned char* dst,
               uint32_t dstWidth, uint32_t dstHeight, kau::mem::Heap& heap) {
   const ContributionTable across = BuildContributions(Direction(srcWidth, dstWidth), kStep, heap);
-  const ContributionTable down = BuildContributions(Direction(srcHeight, dstHeight), kStep, heap);
-  unsigned char* column = heap.AllocateArray<unsigned char>(srcHeight * kStep);
-  const size_t srcStride = size_t{srcWidth} * kStep;
-  const size_t dstStride = size_t{dstWidth} * kStep;
-
-  for (uint32_t k = 0; k < dstWidth; ++k) {
-    const Contribution* first = across.entries + across.start[k];
-    const Contribution* last = across.entries + across.start[k + 1];
-    for (uint32_t r = 0; r < srcHeight; ++r) {
-      const unsigned char* line = src + r * srcStride;
-      unsigned char* t = column + size_t{r} * kStep;
-      Filter<kFiltered>(line, first, last, t);
-      if (kStep > kFiltered) t[kStep - 1] = line[across.centre[k] + kStep - 1];
+  const ContributionTable down = BuildContributions(Direction(srcHeight, dstHeight), 1, heap);
+  // The ring holds the last `span` rows filtered: enough for every list's
+  // lowest row and the highest row any list so far has needed.
+  uint32_t span = 1, highest = 0;
+  for (uint32_t r = 0; r < dstHeight; ++r) {
+    uint32_t lowest = UINT32_MAX;
+    for (uint32_t i = down.start[r]; i < down.start[r + 1]; ++i) {
+      const uint32_t j = down.entries[i].offset;
+      lowest = j < lowest ? j : lowest;
+      highest = j > highest ? j : highest;
     }
-    unsigned char* out = dst + size_t{k} * kStep;
-    for (uint32_t r = 0; r < dstHeight; ++r, out += dstStride) {
-      Filter<kFiltered>(column, down.entries + down.start[r], down.entries + down.start[r + 1], out);
-      if (kStep > kFiltered) out[kStep - 1] = column[down.centre[r] + kStep - 1];
+    if (lowest <= highest && highest - lowest + 1 > span) span = highest - lowest + 1;
+  }
+  const uint32_t rowBytes = PictureBytes(dstWidth, 1, kStep);
+  unsigned char* ring = heap.AllocateArray<unsigned char>(PictureBytes(rowBytes, span, 1));
+  float* sum = heap.AllocateArray<float>(rowBytes);
+  bool* same = heap.AllocateArray<bool>(rowBytes);
+  const size_t srcStride = size_t{srcWidth} * kStep;
+  uint32_t filtered = 0;  // source rows filtered so far
+  auto row = [&](uint32_t j) {
+    unsigned char* out = ring + size_t{j % span} * rowBytes;
+    for (; filtered <= j; ++filtered) {
+      const unsigned char* line = src + filtered * srcStride;
+      unsigned char* t = ring + size_t{filtered % span} * rowBytes;
+      for (uint32_t k = 0; k < dstWidth; ++k, t += kStep) {
+        Filter<kFiltered>(line, across.entries + across.start[k], across.entries + across.start[k + 1], t);
+        if (kStep > kFiltered) t[kStep - 1] = line[across.centre[k] + kStep - 1];
+      }
+    }
+    return out;
+  };
+
+  unsigned char* out = dst;
+  for (uint32_t r = 0; r < dstHeight; ++r, out += rowBytes) {
+    const Contribution* p = down.entries + down.start[r];
+    const Contribution* end = down.entries + down.start[r + 1];
+    for (const Contribution* q = p; q != end; ++q) row(q->offset);  // the list's rows, before any is read
+    const unsigned char* first = row(p->offset);
+    for (uint32_t i = 0; i < rowBytes; ++i) {
+      sum[i] = 0.0f;
+      same[i] = true;
+    }
+    for (; p != end; ++p) {
+      const unsigned char* line = row(p->offset);
+      const float w = p->weight;
+      for (uint32_t i = 0; i < rowBytes; ++i) {
+        same[i] = same[i] && line[i] == first[i];
+        sum[i] += w * static_cast<float>(line[i]);
+      }
+    }
+    for (uint32_t i = 0; i < rowBytes; ++i) out[i] = same[i] ? first[i] : RoundSample(sum[i]);
+    if (kStep > kFiltered) {
+      const unsigned char* centre = row(down.centre[r]);
+      for (uint32_t i = kStep - 1; i < rowBytes; i += kStep) out[i] = centre[i];
     }
   }
 }
 
 constexpr kau::Site kSiteNullData{kSource, 160};
 constexpr kau::Site kSiteBadSize{kSource, 162};
-constexpr kau::Site kSiteTooLarge{kSource, 164};
-
 inline uint32_t Side(unsigned long n) {
   if (n == 0 || n > kMaxSide) kau::Throw(kSiteBadSize);
   return static_cast<uint32_t>(n);
-}
-
-// Bytes of a w x h picture of `step` bytes per pixel, within 32 bits.
-inline uint32_t PictureBytes(uint32_t w, uint32_t h, uint32_t step) {
-  uint64_t bytes = uint64_t{w} * h * step;
-  if (bytes > UINT32_MAX) kau::Throw(kSiteTooLarge);
-  return static_cast<uint32_t>(bytes);
 }
 
 constexpr kau::Site kSiteOutputNull{kSource, 180};

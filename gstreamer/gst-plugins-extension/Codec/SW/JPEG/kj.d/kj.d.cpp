@@ -7,6 +7,7 @@
 #include "kiu/kiuscale.h"
 #include "kiu/mmstream.h"
 #include "kj.dinput.h"
+#include "kj.dkernels.h"
 
 namespace kjd {
 namespace {
@@ -349,11 +350,11 @@ void Component::SelectDctTable() {
       idct = Decoder::IDCT_2x2;
       break;
     case 4:
-      idct = Decoder::IDCT_4x4;
+      idct = Kernels_Active().idct4x4;
       break;
     default:
       dctScaledSize = 8;
-      idct = Decoder::IDCT_8x8;
+      idct = Kernels_Active().idct8x8;
       break;
   }
   // Coefficients reach the inverse DCT already dequantised.

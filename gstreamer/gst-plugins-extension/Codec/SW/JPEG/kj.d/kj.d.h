@@ -52,8 +52,15 @@ using ConvertFn = void (*)(unsigned long count, unsigned char*** planes, unsigne
 // A component upsampler: one row group from `input` rows into `output` rows.
 using UpsampleFn = void (*)(Decoder*, Component*, unsigned char** input, unsigned char**& output);
 
-// The fast decoding table of one Huffman table (8-bit lookahead).
+// The entropy decoder's bit buffer: a machine word, refilled several bytes
+// at a time.
+using BitWord = uintptr_t;
+
+// The fast decoding tables of one Huffman table: the 8-bit lookahead near
+// markers, and a longer one (kj.dhuff) that also yields a short code's
+// magnitude bits.
 struct DerivedTable {
+  uint32_t look[1 << 10];
   uint8_t lookNbits[256];
   uint8_t lookSym[256];
   int32_t maxcode[18];    // 1..16, [17] = 0xFFFFF sentinel
@@ -224,9 +231,9 @@ class Decoder : public kiu::Decoder {
   static void Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks);
-  static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, uint32_t& buffer, int32_t& bits,
+  static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, BitWord& buffer, int32_t& bits,
                              const DerivedTable* table);
-  static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, uint32_t& buffer,
+  static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, BitWord& buffer,
                                    int32_t& bits, const DerivedTable* table);
 
   // ---- Coefficient controllers (kj.dcoef) ----
@@ -298,7 +305,7 @@ class Decoder : public kiu::Decoder {
   // ---- State (plain data, grouped by stage) ----
   const unsigned char* inputEnd = nullptr;
   unsigned unreadMarker = 0;
-  uint32_t bitBuffer = 0;
+  BitWord bitBuffer = 0;
   int32_t bitsLeft = 0;
   uint8_t insufficientData = 0;
   const unsigned char* inputPosition = nullptr;

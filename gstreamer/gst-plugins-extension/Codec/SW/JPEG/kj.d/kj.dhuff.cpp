@@ -30,12 +30,26 @@ constexpr int32_t kExtendOffset[16] = {0,    -1,   -3,    -7,    -15,   -31,   -
 
 inline int32_t Wrap(uint32_t v) { return static_cast<int32_t>(v); }
 
+constexpr int kWordBits = static_cast<int>(sizeof(BitWord) * 8);
+constexpr int kWordBytes = static_cast<int>(sizeof(BitWord));
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "word loads assume little-endian");
+
+// The long lookahead: kLookBits of the next bits give, for a code of up to
+// that length, the code's length and symbol, and when the magnitude bits fit
+// too, the value they extend to and the length of both.
+constexpr int kLookBits = 10;
+constexpr uint32_t kLookLength = 0x1F;  // bits to consume; 0: the code is longer
+constexpr uint32_t kLookValue = 0x20;   // bits 16..31 hold the extended value
+static_assert(sizeof(DerivedTable::look) / sizeof(uint32_t) == 1u << kLookBits, "lookahead size");
+
+inline uint32_t PlainSymbol(int symbol) { return static_cast<uint32_t>(symbol) << 8; }
+
 // The bit reader with its state in locals; loaded from the decoder at the
 // start of an MCU and stored back at its end.
 struct BitReader {
   Decoder* d;
   const unsigned char* pos;
-  uint32_t buf;
+  BitWord buf;
   int32_t bits;
 
   explicit BitReader(Decoder* decoder)
@@ -49,7 +63,7 @@ struct BitReader {
 
 // Takes one byte into the bit buffer; false when a marker stands next (the
 // position is then left in front of it).
-inline bool TakeByte(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits) {
+inline bool TakeByte(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_t& bits) {
   for (;;) {
     uint32_t c = *++pos;
     if (c != 0xFF) {
@@ -75,10 +89,38 @@ inline bool TakeByte(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32
   }
 }
 
-// Fills to at least 25 bits; a marker stops it, and zero bits stand in when
-// fewer than `need` remain.
-inline void Fill(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits, int32_t need) {
-  while (bits <= 24) {
+inline BitWord LoadBigEndian(const unsigned char* p) {
+  BitWord w;
+  __builtin_memcpy(&w, p, sizeof w);
+  if constexpr (sizeof(BitWord) == 8)
+    return __builtin_bswap64(w);
+  else
+    return __builtin_bswap32(w);
+}
+
+// Fills the bit buffer. Where a whole word of input lies before the buffer's
+// end and holds no 0xFF, it goes in at once (this is the fast path: no
+// stuffing, no marker, no refill possible); elsewhere bytes go in one at a
+// time, and near the buffer's end only up to the 25 bits the byte reader
+// always held, so that the input is reloaded exactly when it was before. A
+// marker stops the fill; zero bits then stand in when fewer than `need`
+// remain (need 0: never).
+inline void Fill(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_t& bits, int32_t need) {
+  constexpr BitWord kOnes = ~BitWord{0} / 0xFF;  // 0x0101...
+  while (bits <= kWordBits - 8) {
+    const bool far = d->inputEnd - pos > kWordBytes;
+    if (far) {
+      const BitWord w = LoadBigEndian(pos + 1);
+      if (((~w - kOnes) & w & (kOnes << 7)) == 0) {  // no byte is 0xFF
+        const int n = (kWordBits - bits) >> 3;       // 1 .. kWordBytes
+        buf = ((buf << (8 * n - 8)) << 8) | (w >> (kWordBits - 8 * n));
+        bits += 8 * n;
+        pos += n;
+        continue;
+      }
+    } else if (bits > 24) {
+      return;
+    }
     if (!TakeByte(d, pos, buf, bits)) {
       if (bits < need) {
         buf <<= (25 - bits);
@@ -90,9 +132,9 @@ inline void Fill(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& 
   }
 }
 
-inline uint32_t GetBits(uint32_t buf, int32_t& bits, int32_t n) {
+inline uint32_t GetBits(BitWord buf, int32_t& bits, int32_t n) {
   bits -= n;
-  return (buf >> bits) & ((1u << n) - 1);
+  return static_cast<uint32_t>(buf >> bits) & ((1u << n) - 1);
 }
 
 inline uint32_t ReadBits(BitReader& r, int32_t n) {
@@ -100,12 +142,13 @@ inline uint32_t ReadBits(BitReader& r, int32_t n) {
   return GetBits(r.buf, r.bits, n);
 }
 
+// One symbol through the 8-bit lookahead, as the decoder reads near markers.
 inline int Decode(BitReader& r, const DerivedTable* t) {
   if (r.bits < 8) {
     if (!TakeByte(r.d, r.pos, r.buf, r.bits))
       return Decoder::Huff_DecodeNearMarker(r.d, r.pos, r.buf, r.bits, t);
   }
-  uint32_t look = (r.buf >> (r.bits - 8)) & 0xFF;
+  uint32_t look = static_cast<uint32_t>(r.buf >> (r.bits - 8)) & 0xFF;
   int n = t->lookNbits[look];
   if (n != 0) {
     r.bits -= n;
@@ -114,17 +157,42 @@ inline int Decode(BitReader& r, const DerivedTable* t) {
   return Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t);
 }
 
-inline int32_t Receive(BitReader& r, int s) {
-  int32_t v = static_cast<int32_t>(ReadBits(r, s));
-  if (v < kExtendTest[s]) v += kExtendOffset[s];
-  return v;
+// One symbol through the long lookahead, as a lookahead entry whose bits are
+// consumed. With fewer bits than the lookahead left before a marker, the
+// 8-bit path decides, so that running out of data is met where it always was.
+inline uint32_t DecodeEntry(BitReader& r, const DerivedTable* t) {
+  if (r.bits < kLookBits) {
+    Fill(r.d, r.pos, r.buf, r.bits, 0);
+    if (r.bits < kLookBits) return PlainSymbol(Decode(r, t));
+  }
+  const uint32_t e = t->look[static_cast<uint32_t>(r.buf >> (r.bits - kLookBits)) & ((1u << kLookBits) - 1)];
+  if ((e & kLookLength) != 0) {
+    r.bits -= static_cast<int32_t>(e & kLookLength);
+    return e;
+  }
+  return PlainSymbol(Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t));
+}
+
+inline int32_t Extend(uint32_t v, int s) {
+  int32_t x = static_cast<int32_t>(v);
+  if (x < kExtendTest[s]) x += kExtendOffset[s];
+  return x;
+}
+
+inline int32_t Receive(BitReader& r, int s) { return Extend(ReadBits(r, s), s); }
+
+// The value of category `symbol & 15` that follows an entry's code.
+inline int32_t EntryValue(BitReader& r, uint32_t e) {
+  if ((e & kLookValue) != 0) return static_cast<int32_t>(e) >> 16;
+  const int s = static_cast<int>(e >> 8) & 15;
+  return s != 0 ? Receive(r, s) : 0;
 }
 
 }  // namespace
 
 // Appends bits to `code` one at a time until it fits a code of its length;
 // returns that length (17 when the table has none, which callers reject).
-static int ExtendCode(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+static int ExtendCode(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_t& bits,
                       const DerivedTable* t, int32_t& code, int l) {
   while (code > t->maxcode[l]) {
     if (bits < 1) Fill(d, pos, buf, bits, 1);
@@ -134,7 +202,7 @@ static int ExtendCode(Decoder* d, const unsigned char*& pos, uint32_t& buf, int3
   return l;
 }
 
-int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_t& bits,
                              const DerivedTable* t) {
   if (bits < 9) Fill(d, pos, buf, bits, 9);
   int32_t code = static_cast<int32_t>(GetBits(buf, bits, 9));
@@ -143,7 +211,7 @@ int Decoder::Huff_DecodeLong(Decoder* d, const unsigned char*& pos, uint32_t& bu
   return t->symbols[code + t->valoffset[l]];
 }
 
-int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, uint32_t& buf, int32_t& bits,
+int Decoder::Huff_DecodeNearMarker(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_t& bits,
                                    const DerivedTable* t) {
   if (bits < 1) Fill(d, pos, buf, bits, 1);
   int32_t code = static_cast<int32_t>(GetBits(buf, bits, 1));
@@ -201,6 +269,27 @@ void Decoder::Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table) {
       for (int n = 1 << (8 - l); n > 0; --n, ++look) {
         t->lookNbits[look] = static_cast<uint8_t>(l);
         t->lookSym[look] = t->symbols[p];
+      }
+    }
+  }
+
+  // The long lookahead; codes are canonical, so the entries of one length
+  // are consecutive.
+  kau::mem::Zero8(t->look, sizeof t->look);
+  p = 0;
+  for (int l = 1; l <= kLookBits; ++l) {
+    for (int i = 1; i <= record[l]; ++i, ++p) {
+      const int symbol = t->symbols[p];
+      const int s = symbol & 15;
+      const int rest = kLookBits - l;
+      const uint32_t first = codes[p] << rest;
+      for (uint32_t suffix = 0; suffix < (1u << rest); ++suffix) {
+        uint32_t e = PlainSymbol(symbol) | static_cast<uint32_t>(l);
+        if (s != 0 && s <= rest) {
+          const int32_t v = Extend(suffix >> (rest - s), s);
+          e = (static_cast<uint32_t>(v) << 16) | PlainSymbol(symbol) | kLookValue | static_cast<uint32_t>(l + s);
+        }
+        t->look[first + suffix] = e;
       }
     }
   }
@@ -295,19 +384,17 @@ void Decoder::Huff_DecodeMCU0(Decoder* d, Block** blocks) {
     Coef* block = blocks[b]->coef;
     Component* c = d->mcuMembership[b];
     const uint32_t* q = c->quantTable;
-    int s = Decode(r, d->blockDcTable[b]);
-    int32_t diff = s != 0 ? Receive(r, s) : 0;
+    const int32_t diff = EntryValue(r, DecodeEntry(r, d->blockDcTable[b]));
     c->lastDc = Wrap(static_cast<uint32_t>(c->lastDc) + static_cast<uint32_t>(diff));
     block[0] = Wrap(static_cast<uint32_t>(c->lastDc) * q[0]);
     const DerivedTable* ac = d->blockAcTable[b];
     for (int k = 1; k < 64;) {
-      int symbol = Decode(r, ac);
-      int run = symbol >> 4;
-      s = symbol & 15;
-      if (s != 0) {
+      const uint32_t e = DecodeEntry(r, ac);
+      const int run = static_cast<int>(e >> 12) & 15;
+      if ((e & 0xF00) != 0) {
         k += run;
-        int32_t v = Receive(r, s);
-        int32_t at = natural[k];
+        const int32_t v = EntryValue(r, e);
+        const int32_t at = natural[k];
         block[at] = Wrap(static_cast<uint32_t>(v) * q[at]);
         ++k;
       } else if (run == 15) {
@@ -324,8 +411,7 @@ void Decoder::Phuff_DecodeMCU_DC_first0(Decoder* d, Block** blocks) {
   BitReader r(d);
   for (int b = 0; b < d->blocksInMcu; ++b) {
     Component* c = d->mcuMembership[b];
-    int s = Decode(r, d->blockDcTable[b]);
-    int32_t diff = s != 0 ? Receive(r, s) : 0;
+    const int32_t diff = EntryValue(r, DecodeEntry(r, d->blockDcTable[b]));
     c->lastDc = Wrap(static_cast<uint32_t>(c->lastDc) + static_cast<uint32_t>(diff));
     blocks[b]->coef[0] = Wrap(static_cast<uint32_t>(c->lastDc) << d->Al);
   }
@@ -352,12 +438,11 @@ void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) {
   const int se = static_cast<int>(d->Se);
   const uint32_t al = d->Al;
   for (int k = static_cast<int>(d->Ss); k <= se; ++k) {
-    int symbol = Decode(r, t);
-    int run = symbol >> 4;
-    int s = symbol & 15;
-    if (s != 0) {
+    const uint32_t e = DecodeEntry(r, t);
+    const int run = static_cast<int>(e >> 12) & 15;
+    if ((e & 0xF00) != 0) {
       k += run;
-      int32_t v = Receive(r, s);
+      const int32_t v = EntryValue(r, e);
       block[jpegNaturalOrder[k]] = Wrap(static_cast<uint32_t>(v) << al);
     } else if (run == 15) {
       k += 15;

@@ -8,90 +8,35 @@
 // undefined behaviour.
 #include "kj.didct.h"
 
+#include "kj.didct_simd.h"
+
 namespace kjd {
 namespace {
 
-constexpr uint32_t kFix0_298631336 = 2446;
-constexpr uint32_t kFix0_390180644 = 3196;
-constexpr uint32_t kFix0_541196100 = 4433;
-constexpr uint32_t kFix0_765366865 = 6270;
-constexpr uint32_t kFix0_899976223 = 7373;
-constexpr uint32_t kFix1_175875602 = 9633;
-constexpr uint32_t kFix1_501321110 = 12299;
-constexpr uint32_t kFix1_847759065 = 15137;
-constexpr uint32_t kFix1_961570560 = 16069;
-constexpr uint32_t kFix2_053119869 = 16819;
-constexpr uint32_t kFix2_562915447 = 20995;
-constexpr uint32_t kFix3_072711026 = 25172;
 
 inline int32_t Sar(uint32_t v, int n) { return static_cast<int32_t>(v) >> n; }
 
-// The 8-point butterfly shared by both passes: inputs c[0..7] at `stride`,
-// rounding term added to the even part, results before descaling in out[].
-inline void Butterfly(const Coef* in, int stride, uint32_t round, uint32_t out[8]) {
-  const uint32_t c0 = static_cast<uint32_t>(in[0]);
-  const uint32_t c1 = static_cast<uint32_t>(in[stride * 1]);
-  const uint32_t c2 = static_cast<uint32_t>(in[stride * 2]);
-  const uint32_t c3 = static_cast<uint32_t>(in[stride * 3]);
-  const uint32_t c4 = static_cast<uint32_t>(in[stride * 4]);
-  const uint32_t c5 = static_cast<uint32_t>(in[stride * 5]);
-  const uint32_t c6 = static_cast<uint32_t>(in[stride * 6]);
-  const uint32_t c7 = static_cast<uint32_t>(in[stride * 7]);
-
-  // Even part.
-  uint32_t z1 = (c2 + c6) * kFix0_541196100;
-  const uint32_t t2 = z1 - c6 * kFix1_847759065;
-  const uint32_t t3 = z1 + c2 * kFix0_765366865;
-  const uint32_t t0 = ((c0 + c4) << 13) + round;
-  const uint32_t t1 = ((c0 - c4) << 13) + round;
-  const uint32_t t10 = t0 + t3;
-  const uint32_t t13 = t0 - t3;
-  const uint32_t t11 = t1 + t2;
-  const uint32_t t12 = t1 - t2;
-
-  // Odd part.
-  z1 = c7 + c1;
-  uint32_t z2 = c5 + c3;
-  uint32_t z3 = c7 + c3;
-  uint32_t z4 = c5 + c1;
-  const uint32_t z5 = (z3 + z4) * kFix1_175875602;
-  uint32_t o7 = c7 * kFix0_298631336;
-  uint32_t o5 = c5 * kFix2_053119869;
-  uint32_t o3 = c3 * kFix3_072711026;
-  uint32_t o1 = c1 * kFix1_501321110;
-  z1 *= 0u - kFix0_899976223;
-  z2 *= 0u - kFix2_562915447;
-  z3 *= 0u - kFix1_961570560;
-  z4 *= 0u - kFix0_390180644;
-  z3 += z5;
-  z4 += z5;
-  o7 += z1 + z3;
-  o5 += z2 + z4;
-  o3 += z2 + z3;
-  o1 += z1 + z4;
-
-  out[0] = t10 + o1;
-  out[7] = t10 - o1;
-  out[1] = t11 + o3;
-  out[6] = t11 - o3;
-  out[2] = t12 + o5;
-  out[5] = t12 - o5;
-  out[3] = t13 + o7;
-  out[4] = t13 - o7;
+// The 8-point butterfly of both passes (shared with the SIMD twins): inputs
+// c[0..7] at `stride`, rounding term added to the even part, results before
+// descaling in out[].
+inline void StridedButterfly(const Coef* in, int stride, uint32_t round, uint32_t out[8]) {
+  uint32_t c[8];
+  for (int i = 0; i < 8; ++i) c[i] = static_cast<uint32_t>(in[stride * i]);
+  ::Butterfly(c, round, out);
 }
 
 }  // namespace
 
 void Decoder::IDCT_8x8c(Coef* column) {
   uint32_t out[8];
-  Butterfly(column, 8, 1024, out);
+  StridedButterfly(column, 8, 1024, out);
   for (int r = 0; r < 8; ++r) column[r * 8] = Sar(out[r], 11);
 }
 
 void Decoder::IDCT_8x8r(unsigned char* out, Coef* row) {
   const unsigned char* limit = idctRangeLimit;
   uint32_t v[8];
-  Butterfly(row, 1, 131072, v);
+  StridedButterfly(row, 1, 131072, v);
   for (int i = 0; i < 8; ++i) out[i] = limit[Sar(v[i], 18) & 0x3FF];
 }
 

@@ -1,0 +1,38 @@
+// The decoder's hot kernels, chosen once for the running CPU. Every SIMD
+// kernel has a scalar twin (the reference the tests compare it with).
+//
+// This header is included by the SIMD translation units, which are built with
+// their own instruction-set flags: it must declare, never define, functions.
+#ifndef KJ_D_KJ_DKERNELS_H
+#define KJ_D_KJ_DKERNELS_H
+
+#include <cstdint>
+
+namespace kjd {
+
+using IdctKernel = void (*)(int32_t* block, unsigned char** rows, unsigned long column);
+
+struct Kernels {
+  const char* name;  // "scalar", "sse2", "avx2" or "neon"
+  IdctKernel idct8x8;
+  IdctKernel idct4x4;  // 1/2 scale
+};
+
+// The best variant the running CPU supports, picked on first use.
+const Kernels& Kernels_Active();
+// Every variant the running CPU can run, the scalar one first; returns the
+// number written (at most `capacity`).
+int Kernels_Runnable(const Kernels** out, int capacity);
+
+// SIMD twins of Decoder::IDCT_8x8 and IDCT_4x4, compiled only for their
+// targets.
+void IDCT_8x8_sse2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_8x8_avx2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_8x8_neon(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_avx2(int32_t* block, unsigned char** rows, unsigned long column);
+void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column);
+
+}  // namespace kjd
+
+#endif  // KJ_D_KJ_DKERNELS_H
