@@ -61,8 +61,14 @@ inline U4 Wrap10(U4 v, int shift) { return Sar(v << (22 - shift), 22) + 128u; }
 template <bool kSparse = false, class T>
 inline void Butterfly(const T* in, uint32_t round, T* out) {
   const T zero{};
-  const T c[8] = {in[0], in[1], in[2], in[3], kSparse ? zero : in[4], kSparse ? zero : in[5],
-                  kSparse ? zero : in[6], kSparse ? zero : in[7]};
+  const T c[8] = {in[0],
+                  in[1],
+                  in[2],
+                  in[3],
+                  kSparse ? zero : in[4],
+                  kSparse ? zero : in[5],
+                  kSparse ? zero : in[6],
+                  kSparse ? zero : in[7]};
   T z1 = (c[2] + c[6]) * kFix0_541196100;
   const T t2 = z1 - c[6] * kFix1_847759065;
   const T t3 = z1 + c[2] * kFix0_765366865;
@@ -94,14 +100,14 @@ inline void Butterfly(const T* in, uint32_t round, T* out) {
 
 // Transposes the 4x4 of 32-bit values in a[0..3] into b[0..3].
 inline void Transpose4(const U4* a, U4* b) {
-  const U4 lo01 = __builtin_shuffle(a[0], a[1], U4{0, 4, 1, 5});
-  const U4 hi01 = __builtin_shuffle(a[0], a[1], U4{2, 6, 3, 7});
-  const U4 lo23 = __builtin_shuffle(a[2], a[3], U4{0, 4, 1, 5});
-  const U4 hi23 = __builtin_shuffle(a[2], a[3], U4{2, 6, 3, 7});
-  b[0] = __builtin_shuffle(lo01, lo23, U4{0, 1, 4, 5});
-  b[1] = __builtin_shuffle(lo01, lo23, U4{2, 3, 6, 7});
-  b[2] = __builtin_shuffle(hi01, hi23, U4{0, 1, 4, 5});
-  b[3] = __builtin_shuffle(hi01, hi23, U4{2, 3, 6, 7});
+  const U4 lo01 = __builtin_shufflevector(a[0], a[1], 0, 4, 1, 5);
+  const U4 hi01 = __builtin_shufflevector(a[0], a[1], 2, 6, 3, 7);
+  const U4 lo23 = __builtin_shufflevector(a[2], a[3], 0, 4, 1, 5);
+  const U4 hi23 = __builtin_shufflevector(a[2], a[3], 2, 6, 3, 7);
+  b[0] = __builtin_shufflevector(lo01, lo23, 0, 1, 4, 5);
+  b[1] = __builtin_shufflevector(lo01, lo23, 2, 3, 6, 7);
+  b[2] = __builtin_shufflevector(hi01, hi23, 0, 1, 4, 5);
+  b[3] = __builtin_shufflevector(hi01, hi23, 2, 3, 6, 7);
 }
 
 #if defined(__SSE2__)
@@ -117,8 +123,8 @@ inline void Store4(unsigned char* out, U4 v) {
 }
 #elif defined(__ARM_NEON)
 inline void Store8(unsigned char* out, U4 lo, U4 hi) {
-  const int16x8_t words = vcombine_s16(vqmovn_s32(reinterpret_cast<int32x4_t>(lo)),
-                                       vqmovn_s32(reinterpret_cast<int32x4_t>(hi)));
+  const int16x8_t words =
+      vcombine_s16(vqmovn_s32(reinterpret_cast<int32x4_t>(lo)), vqmovn_s32(reinterpret_cast<int32x4_t>(hi)));
   vst1_u8(out, vqmovun_s16(words));
 }
 inline void Store4(unsigned char* out, U4 v) {
@@ -192,7 +198,6 @@ inline void Store4(unsigned char* out, U4 v) {
     for (int y = 0; y < 4; ++y) Store8(rows[4 * hr + y] + column, lo[y], hi[y]);
   }
 }
-
 
 // The reduced 4x4 transform for 1/2 scale: no shortcuts, no rounding terms,
 // truncating shifts, as its scalar twin.

@@ -239,7 +239,8 @@ class RowSink {
   RowSink(const Decoder::OutputTarget& t, unsigned char* scratch, uint32_t scratchBytes)
       : t_(t), next_(t.pixels), i420_(t.planes[0] != nullptr) {
     scratch_[0] = scratch;
-    scratch_[1] = scratch + scratchBytes;
+    // Packed output has no scratch rows.
+    scratch_[1] = scratch != nullptr ? scratch + scratchBytes : nullptr;
   }
   bool I420() const { return i420_; }
   // No further row can land anywhere.
