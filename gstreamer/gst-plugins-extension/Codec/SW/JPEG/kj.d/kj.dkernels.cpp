@@ -5,11 +5,8 @@
 // table is read-only afterwards.
 #include "kj.dkernels.h"
 
+#include "kau/kaucpu.h"
 #include "kj.d.h"
-
-#if defined(__arm__)
-#include <sys/auxv.h>
-#endif
 
 namespace kjd {
 namespace {
@@ -22,44 +19,31 @@ const Kernels kAvx2{"avx2", IDCT_8x8_avx2, IDCT_4x4_avx2};
 const Kernels kNeon{"neon", IDCT_8x8_neon, IDCT_4x4_neon};
 #endif
 
-// Best first.
-int ListRunnable(const Kernels** out, int capacity) {
-  const Kernels* found[4];
-  int n = 0;
+const Kernels* TableOf(kau::Isa isa) {
+  switch (isa) {
 #if defined(__x86_64__)
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx2")) found[n++] = &kAvx2;
-  found[n++] = &kSse2;  // part of x86-64
+    case kau::Isa::Sse2:
+      return &kSse2;
+    case kau::Isa::Avx2:
+      return &kAvx2;
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-  constexpr unsigned long kHwcapNeon = 1ul << 12;  // HWCAP_NEON of 32-bit ARM Linux
-  if ((getauxval(AT_HWCAP) & kHwcapNeon) != 0) found[n++] = &kNeon;
+    case kau::Isa::Neon:
+      return &kNeon;
 #endif
-  found[n++] = &kScalar;
-  int written = 0;
-  for (int i = 0; i < n && written < capacity; ++i) out[written++] = found[i];
-  return written;
+    case kau::Isa::Scalar:
+      return &kScalar;
+    default:
+      return nullptr;
+  }
 }
 
 }  // namespace
 
 const Kernels& Kernels_Active() {
-  static const Kernels* const active = [] {
-    const Kernels* best = &kScalar;
-    ListRunnable(&best, 1);
-    return best;
-  }();
+  static const Kernels* const active = kau::Cpu_Best(TableOf);
   return *active;
 }
 
-int Kernels_Runnable(const Kernels** out, int capacity) {
-  const Kernels* best[4];
-  const int n = ListRunnable(best, 4);
-  // Scalar (the reference) first, then the SIMD ones.
-  int written = 0;
-  if (capacity > 0) out[written++] = &kScalar;
-  for (int i = 0; i < n && written < capacity; ++i)
-    if (best[i] != &kScalar) out[written++] = best[i];
-  return written;
-}
+int Kernels_Runnable(const Kernels** out, int capacity) { return kau::Cpu_List(TableOf, out, capacity); }
 
 }  // namespace kjd

@@ -1,0 +1,45 @@
+// Kernel selection of the encoder: one table per instruction set, the best one
+// the CPU runs, a function-local static like the decoder's.
+#include "kj.ekernels.h"
+
+#include "kau/kaucpu.h"
+
+namespace kje {
+namespace {
+
+const Kernels kScalar{"scalar"};
+#if defined(__x86_64__)
+const Kernels kSse2{"sse2"};
+const Kernels kAvx2{"avx2"};
+#elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
+const Kernels kNeon{"neon"};
+#endif
+
+const Kernels* TableOf(kau::Isa isa) {
+  switch (isa) {
+#if defined(__x86_64__)
+    case kau::Isa::Sse2:
+      return &kSse2;
+    case kau::Isa::Avx2:
+      return &kAvx2;
+#elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
+    case kau::Isa::Neon:
+      return &kNeon;
+#endif
+    case kau::Isa::Scalar:
+      return &kScalar;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+const Kernels& Kernels_Active() {
+  static const Kernels* const active = kau::Cpu_Best(TableOf);
+  return *active;
+}
+
+int Kernels_Runnable(const Kernels** out, int capacity) { return kau::Cpu_List(TableOf, out, capacity); }
+
+}  // namespace kje

@@ -1,0 +1,24 @@
+// The encoder's hot kernels, chosen once for the running CPU, as the
+// decoder's are. Every SIMD kernel has a scalar twin (the reference the tests
+// compare it with).
+//
+// This header is included by the SIMD translation units, which are built with
+// their own instruction-set flags: it must declare, never define, functions.
+#ifndef KJ_E_KJ_EKERNELS_H
+#define KJ_E_KJ_EKERNELS_H
+
+namespace kje {
+
+struct Kernels {
+  const char* name;  // "scalar", "sse2", "avx2" or "neon"
+};
+
+// The best variant the running CPU supports, picked on first use.
+const Kernels& Kernels_Active();
+// Every variant the running CPU can run, the scalar one first; returns the
+// number written (at most `capacity`).
+int Kernels_Runnable(const Kernels** out, int capacity);
+
+}  // namespace kje
+
+#endif  // KJ_E_KJ_EKERNELS_H
