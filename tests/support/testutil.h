@@ -34,12 +34,12 @@ int Run(const std::string& command);
 bool HaveTool(const std::string& tool);
 // CI=true: a peer that is missing or refuses a file fails the test instead of skipping it.
 bool InCi();
-#define KEL_REQUIRE_PEER(ok, what)                                      \
-  do {                                                                  \
-    if (!(ok)) {                                                        \
+#define KEL_REQUIRE_PEER(ok, what)                                     \
+  do {                                                                 \
+    if (!(ok)) {                                                       \
       if (keltest::InCi()) GTEST_FAIL() << "peer missing: " << (what); \
-      GTEST_SKIP() << "peer missing: " << (what);                       \
-    }                                                                   \
+      GTEST_SKIP() << "peer missing: " << (what);                      \
+    }                                                                  \
   } while (0)
 // Letters and digits of `text`, every other run turned into one '_'.
 std::string Slug(const std::string& text);
@@ -72,14 +72,6 @@ struct ComponentPlane {
 // Our component planes at DCT scaled size `scale`. Throws what the decoder throws.
 std::vector<ComponentPlane> DecodePlanes(kjd::Decoder& decoder, int scale = 8, bool specialised = true);
 std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale = 8, bool specialised = true);
-
-// Where the first error of a decode came from; the constructor's own error
-// (kj.d 70) is looked through to the one it printed. Empty file: no error.
-struct ErrorSite {
-  std::string file;
-  int line = 0;
-};
-ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)>& poke = nullptr);
 
 // The peer's planes (accurate DCT) cut to each component's visible area, and
 // its pixels (accurate DCT, chroma repeated; CMYK bytes with `cmyk`). False
