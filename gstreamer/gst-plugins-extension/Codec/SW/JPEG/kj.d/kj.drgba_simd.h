@@ -68,19 +68,24 @@ inline W4 High32(H8 v) {
   return reinterpret_cast<W4>(__builtin_shufflevector(v, H8{}, 4, 12, 5, 13, 6, 14, 7, 15));
 }
 
-// The R, G, B terms of eight chroma samples, each in 16-bit lanes.
+// The R, G, B terms of chroma samples, in 32-bit lanes (also used by the
+// eight-lane AVX2 kernel).
+template <class W>
+inline void TermsOf(W cb, W cr, W& r, W& g, W& b) {
+  const W db = cb - 128, dr = cr - 128;
+  r = (dr * 91881 + 32768) >> 16;
+  g = ((db * -22554 + 32768) + dr * -46802) >> 16;
+  b = (db * 116130 + 32768) >> 16;
+}
+
+// The terms of eight chroma samples, in 16-bit lanes.
 struct Terms {
   H8 r, g, b;
 };
 inline Terms TermsOf(H8 cb, H8 cr) {
   W4 r[2], g[2], b[2];
-  const W4 db[2] = {Low32(cb) - 128, High32(cb) - 128};
-  const W4 dr[2] = {Low32(cr) - 128, High32(cr) - 128};
-  for (int h = 0; h < 2; ++h) {
-    r[h] = (dr[h] * 91881 + 32768) >> 16;
-    g[h] = ((db[h] * -22554 + 32768) + dr[h] * -46802) >> 16;
-    b[h] = (db[h] * 116130 + 32768) >> 16;
-  }
+  TermsOf(Low32(cb), Low32(cr), r[0], g[0], b[0]);
+  TermsOf(High32(cb), High32(cr), r[1], g[1], b[1]);
   return {Narrow(r[0], r[1]), Narrow(g[0], g[1]), Narrow(b[0], b[1])};
 }
 
