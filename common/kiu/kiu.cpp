@@ -11,10 +11,10 @@ constexpr ColorTables BuildColorTables() {
   ColorTables t{};
   for (int i = 0; i < 256; ++i) {
     int d = i - 128;
-    t.byCr[i][0] = (91881 * d + 32768) >> 16;
-    t.byCr[i][1] = -46802 * d;
-    t.byCb[i][0] = (116130 * d + 32768) >> 16;
-    t.byCb[i][1] = -22554 * d + 32768;
+    t.byCr[i][0] = (kCrToR * d + 32768) >> 16;
+    t.byCr[i][1] = kCrToG * d;
+    t.byCb[i][0] = (kCbToB * d + 32768) >> 16;
+    t.byCb[i][1] = kCbToG * d + 32768;
     t.rToY[i] = 19595 * i;
     t.gToY[i] = 38470 * i;
     t.bToY[i] = 7471 * i + 32768;

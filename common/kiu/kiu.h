@@ -46,6 +46,11 @@ enum Format : int32_t {
 
 // Colour tables, 16-bit fixed point. They are constant data, complete before
 // any code of the library runs, so no start-up step can see them unbuilt.
+// YCbCr to RGB weights, 16-bit fixed point, for d = Cb - 128 or Cr - 128:
+// R = Y + ((kCrToR * d + 32768) >> 16), B = Y + ((kCbToB * d + 32768) >> 16),
+// G = Y + ((kCbToG * dCb + 32768 + kCrToG * dCr) >> 16).
+constexpr int32_t kCrToR = 91881, kCbToB = 116130, kCbToG = -22554, kCrToG = -46802;
+
 struct ColorTables {
   int32_t rToY[256], gToY[256], bToY[256];
   int32_t rToCb[256], gToCb[256], bToCb[256];  // bToCb also serves as R to Cr

@@ -6,7 +6,7 @@
 // for one instruction set can stand in for another's.
 //
 // The chroma terms are the colour tables' own expressions in 32-bit lanes
-// (the same products, rounding terms and arithmetic shifts), narrowed to
+// (the same weights, rounding terms and arithmetic shifts), narrowed to
 // 16 bits where they fit; luma plus term saturates to a byte, which is what
 // the clamp table gives for every index the sums reach.
 #ifndef KJ_D_KJ_DRGBA_SIMD_H
@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "kiu/kiu.h"  // the scalar twins' declarations only
+#include "kiu/kiu.h"  // the weights and the scalar twins' declarations only
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -73,9 +73,9 @@ inline W4 High32(H8 v) {
 template <class W>
 inline void TermsOf(W cb, W cr, W& r, W& g, W& b) {
   const W db = cb - 128, dr = cr - 128;
-  r = (dr * 91881 + 32768) >> 16;
-  g = ((db * -22554 + 32768) + dr * -46802) >> 16;
-  b = (db * 116130 + 32768) >> 16;
+  r = (dr * kiu::kCrToR + 32768) >> 16;
+  g = ((db * kiu::kCbToG + 32768) + dr * kiu::kCrToG) >> 16;
+  b = (db * kiu::kCbToB + 32768) >> 16;
 }
 
 // The terms of eight chroma samples, in 16-bit lanes.
