@@ -22,15 +22,15 @@ struct Terms16 {
 // The terms of zero-extended 16-bit chroma samples, in the same places.
 inline Terms16 TermsOfWords(__m256i cb, __m256i cr) {
   const __m256i zero = _mm256_setzero_si256();
-  W8 r[2], g[2], b[2];
+  W8 r0, g0, b0, r1, g1, b1;
   TermsOf(reinterpret_cast<W8>(_mm256_unpacklo_epi16(cb, zero)),
-          reinterpret_cast<W8>(_mm256_unpacklo_epi16(cr, zero)), r[0], g[0], b[0]);
+          reinterpret_cast<W8>(_mm256_unpacklo_epi16(cr, zero)), r0, g0, b0);
   TermsOf(reinterpret_cast<W8>(_mm256_unpackhi_epi16(cb, zero)),
-          reinterpret_cast<W8>(_mm256_unpackhi_epi16(cr, zero)), r[1], g[1], b[1]);
+          reinterpret_cast<W8>(_mm256_unpackhi_epi16(cr, zero)), r1, g1, b1);
   const auto pack = [](W8 lo, W8 hi) {
     return _mm256_packs_epi32(reinterpret_cast<__m256i>(lo), reinterpret_cast<__m256i>(hi));
   };
-  return {pack(r[0], r[1]), pack(g[0], g[1]), pack(b[0], b[1])};
+  return {pack(r0, r1), pack(g0, g1), pack(b0, b1)};
 }
 
 inline __m256i Load32(const unsigned char* p) {

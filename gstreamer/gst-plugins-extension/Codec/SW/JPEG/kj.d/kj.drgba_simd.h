@@ -39,6 +39,18 @@ inline B16 Saturate(H8 lo, H8 hi) {
   return reinterpret_cast<B16>(
       _mm_packus_epi16(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi)));
 }
+// Sixteen pixels' channels, interleaved.
+inline void StoreRgba(B16 r, B16 g, B16 b, B16 a, unsigned char* out) {
+  const __m128i rg0 = _mm_unpacklo_epi8(reinterpret_cast<__m128i>(r), reinterpret_cast<__m128i>(g));
+  const __m128i rg1 = _mm_unpackhi_epi8(reinterpret_cast<__m128i>(r), reinterpret_cast<__m128i>(g));
+  const __m128i ba0 = _mm_unpacklo_epi8(reinterpret_cast<__m128i>(b), reinterpret_cast<__m128i>(a));
+  const __m128i ba1 = _mm_unpackhi_epi8(reinterpret_cast<__m128i>(b), reinterpret_cast<__m128i>(a));
+  __m128i* o = reinterpret_cast<__m128i*>(out);
+  _mm_storeu_si128(o, _mm_unpacklo_epi16(rg0, ba0));
+  _mm_storeu_si128(o + 1, _mm_unpackhi_epi16(rg0, ba0));
+  _mm_storeu_si128(o + 2, _mm_unpacklo_epi16(rg1, ba1));
+  _mm_storeu_si128(o + 3, _mm_unpackhi_epi16(rg1, ba1));
+}
 #elif defined(__ARM_NEON)
 inline H8 Narrow(W4 lo, W4 hi) {
   return reinterpret_cast<H8>(
@@ -47,6 +59,14 @@ inline H8 Narrow(W4 lo, W4 hi) {
 inline B16 Saturate(H8 lo, H8 hi) {
   return reinterpret_cast<B16>(vcombine_u8(vqmovun_s16(reinterpret_cast<int16x8_t>(lo)),
                                            vqmovun_s16(reinterpret_cast<int16x8_t>(hi))));
+}
+inline void StoreRgba(B16 r, B16 g, B16 b, B16 a, unsigned char* out) {
+  uint8x16x4_t v;
+  v.val[0] = reinterpret_cast<uint8x16_t>(r);
+  v.val[1] = reinterpret_cast<uint8x16_t>(g);
+  v.val[2] = reinterpret_cast<uint8x16_t>(b);
+  v.val[3] = reinterpret_cast<uint8x16_t>(a);
+  vst4q_u8(out, v);
 }
 #endif
 
@@ -83,10 +103,10 @@ struct Terms {
   H8 r, g, b;
 };
 inline Terms TermsOf(H8 cb, H8 cr) {
-  W4 r[2], g[2], b[2];
-  TermsOf(Low32(cb), Low32(cr), r[0], g[0], b[0]);
-  TermsOf(High32(cb), High32(cr), r[1], g[1], b[1]);
-  return {Narrow(r[0], r[1]), Narrow(g[0], g[1]), Narrow(b[0], b[1])};
+  W4 r0, g0, b0, r1, g1, b1;  // no arrays: they would go through memory
+  TermsOf(Low32(cb), Low32(cr), r0, g0, b0);
+  TermsOf(High32(cb), High32(cr), r1, g1, b1);
+  return {Narrow(r0, r1), Narrow(g0, g1), Narrow(b0, b1)};
 }
 
 inline B16 Load16(const unsigned char* p) {
@@ -109,20 +129,7 @@ inline void PutRgba16(B16 y, const Terms& lo, const Terms& hi, B16 alpha, unsign
   const B16 r = Saturate(yl + lo.r, yh + hi.r);
   const B16 g = Saturate(yl + lo.g, yh + hi.g);
   const B16 b = Saturate(yl + lo.b, yh + hi.b);
-  const H8 rg[2] = {reinterpret_cast<H8>(__builtin_shufflevector(r, g, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5,
-                                                                 21, 6, 22, 7, 23)),
-                    reinterpret_cast<H8>(__builtin_shufflevector(r, g, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28,
-                                                                 13, 29, 14, 30, 15, 31))};
-  const H8 ba[2] = {reinterpret_cast<H8>(__builtin_shufflevector(b, alpha, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20,
-                                                                 5, 21, 6, 22, 7, 23)),
-                    reinterpret_cast<H8>(__builtin_shufflevector(b, alpha, 8, 24, 9, 25, 10, 26, 11, 27, 12,
-                                                                 28, 13, 29, 14, 30, 15, 31))};
-  for (int h = 0; h < 2; ++h) {
-    const H8 p0 = __builtin_shufflevector(rg[h], ba[h], 0, 8, 1, 9, 2, 10, 3, 11);
-    const H8 p1 = __builtin_shufflevector(rg[h], ba[h], 4, 12, 5, 13, 6, 14, 7, 15);
-    std::memcpy(out + 32 * h, &p0, sizeof p0);
-    std::memcpy(out + 32 * h + 16, &p1, sizeof p1);
-  }
+  StoreRgba(r, g, b, alpha, out);
 }
 
 // Each of eight terms for two neighbouring pixels.
