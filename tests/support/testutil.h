@@ -12,6 +12,7 @@
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
 #include "kj.d/kj.d.h"
+#include "kj.d/kj.dkernels.h"
 
 namespace keltest {
 
@@ -95,6 +96,9 @@ EncodeResult Encode(Bytes pixels, uint32_t width, uint32_t height, int quality, 
 Bytes StreamBytes(MMStream* stream);
 // RGB triples to 4-byte pixels (fourth byte `filler`).
 Bytes ToPacked4(const Bytes& rgb, uint8_t filler);
+// Every decoder kernel table the CPU runs, the scalar one (the twin tests'
+// reference) first; prints which SIMD ones the test compares.
+std::vector<const kjd::Kernels*> DecoderKernels();
 
 }  // namespace keltest
 
