@@ -25,7 +25,8 @@ TEST(EncoderQuant, ReciprocalEqualsDivisionForEveryCoefficientAndDivisor) {
         if (x < half) continue;
         for (int32_t c : {x - half, half - x}) {
           if (kje::Fdct_Quantize(c, half, m) != Divide(c, d)) {
-            FAIL() << "c " << c << " d " << d << ": " << kje::Fdct_Quantize(c, half, m) << " vs " << Divide(c, d);
+            FAIL() << "c " << c << " d " << d << ": " << kje::Fdct_Quantize(c, half, m) << " vs "
+                   << Divide(c, d);
           }
         }
       }
