@@ -42,7 +42,8 @@ void Encoder::Fdct_Start(int quality) {
   for (Component* c = components_; c != componentsEnd_; ++c) {
     int number = c->quantTable;
     if (number < 0 || number > 3 || quantTables_[number] == nullptr) kau::Throw(kSiteMissingQuantTable);
-    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(64);
+    // Per coefficient: divisor, half of it (the rounding), its reciprocal.
+    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(3 * 64);
     const uint16_t* q = quantTables_[number]->values;
     int32_t* d = divisors_[number];
     for (int i = 0; i < 64; ++i) {
@@ -50,6 +51,8 @@ void Encoder::Fdct_Start(int quality) {
       // leaves the AAN factors, folded into the divisor here.
       d[i] = fast ? static_cast<int32_t>((static_cast<int32_t>(q[i]) * kFastScales[i] + 1024) >> 11)
                   : static_cast<int32_t>(q[i]) * 8;
+      d[64 + i] = d[i] >> 1;
+      d[128 + i] = Fdct_Reciprocal(d[i]);
     }
   }
 }
@@ -81,11 +84,7 @@ void Encoder::Fdct_DoBlocks(Component* component, unsigned char** rows, Block* o
     }
     (this->*fdct_)(work);
     int32_t* coef = out[b].coef;
-    for (int i = 0; i < 64; ++i) {
-      int32_t d = divisor[i];
-      int32_t c = work[i];
-      coef[i] = c < 0 ? -((-c + (d >> 1)) / d) : (c + (d >> 1)) / d;
-    }
+    for (int i = 0; i < 64; ++i) coef[i] = Fdct_Quantize(work[i], divisor[64 + i], divisor[128 + i]);
   }
 }
 

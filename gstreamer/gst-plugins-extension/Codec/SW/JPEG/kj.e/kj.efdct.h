@@ -2,6 +2,8 @@
 #ifndef KJ_E_KJ_EFDCT_H
 #define KJ_E_KJ_EFDCT_H
 
+#include <cstdint>
+
 namespace kje {
 
 // Base quantisation tables (luminance, chrominance), natural order.
@@ -9,6 +11,19 @@ extern const unsigned long kLuminanceQuantization[64];
 extern const unsigned long kChrominanceQuantization[64];
 // 16384 * a(u) * a(v) for the scaled fast transform, natural order.
 extern const short kFastScales[64];
+
+// Rounded quantisation without a division: with m = Fdct_Reciprocal(d),
+// Fdct_Quantize(c, d / 2, m) == (c < 0 ? -((-c + d / 2) / d) : (c + d / 2) / d)
+// for every divisor 1..4095 and |c| + d / 2 < 2^17, far beyond what either
+// transform produces (the tests check every pair). The reciprocal is rounded
+// up; its error times the dividend stays below 2^30, so the floor is exact.
+inline int32_t Fdct_Reciprocal(int32_t d) { return static_cast<int32_t>(((int64_t{1} << 30) + d - 1) / d); }
+inline int32_t Fdct_Quantize(int32_t c, int32_t half, int32_t reciprocal) {
+  const uint32_t sign = static_cast<uint32_t>(c >> 31);
+  const uint64_t x = ((static_cast<uint32_t>(c) ^ sign) - sign) + static_cast<uint32_t>(half);
+  const uint32_t q = static_cast<uint32_t>((x * static_cast<uint32_t>(reciprocal)) >> 30);
+  return static_cast<int32_t>((q ^ sign) - sign);
+}
 
 // Quality (clamped to 1..100) to table scale in percent.
 int QualityScale(int quality);
