@@ -119,7 +119,7 @@ class Encoder {
     unsigned char* next;
   };
   void Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC, const DerivedTable* dc,
-                        const DerivedTable* ac);
+                        const DerivedTable* ac, uint64_t (*nonZero)(const int32_t*));
   unsigned char* Huff_StoreWordSlow(unsigned char* next, uint32_t word);
 
   // Marker writer (kj.emarkers).

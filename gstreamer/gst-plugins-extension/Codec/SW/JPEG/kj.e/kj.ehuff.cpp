@@ -1,6 +1,7 @@
 #include "kj.e/kj.ehuff.h"
 
 #include "kj.e/kj.e.h"
+#include "kj.e/kj.ekernels.h"
 
 namespace kje {
 
@@ -115,17 +116,29 @@ void Encoder::Huff_StartPass() {
 }
 
 namespace {
-// Bit mask of the non-zero coefficients by zigzag position (bit k for
-// position k, 1 to 63), so that zero runs are skipped with one ctz each.
-// Two 32-bit halves: cheaper than one 64-bit value on 32-bit ARM.
-inline uint64_t NonZeroMask(const Coefficient* block) {
-  uint32_t low = 0;
-  uint32_t high = 0;
-#pragma GCC unroll 32
-  for (int k = 1; k < 32; ++k) low |= static_cast<uint32_t>(block[kNaturalOrder[k]] != 0) << k;
-#pragma GCC unroll 32
-  for (int k = 32; k < 64; ++k) high |= static_cast<uint32_t>(block[kNaturalOrder[k]] != 0) << (k - 32);
-  return static_cast<uint64_t>(high) << 32 | low;
+// ZigzagBits(mask).bits[j][b]: the zigzag-order bits of the natural positions
+// 8j..8j+7 set in b, so that a natural-order mask is reordered with 8 loads.
+struct ZigzagBits {
+  uint64_t bits[8][256];
+};
+constexpr ZigzagBits MakeZigzagBits() {
+  int position[64] = {};
+  for (int k = 0; k < 64; ++k) position[kNaturalOrder[k]] = k;
+  ZigzagBits t{};
+  for (int j = 0; j < 8; ++j)
+    for (int b = 0; b < 256; ++b)
+      for (int i = 0; i < 8; ++i)
+        if (b >> i & 1) t.bits[j][b] |= uint64_t{1} << position[8 * j + i];
+  return t;
+}
+constexpr ZigzagBits kZigzagBits = MakeZigzagBits();
+
+// Bit k set when the AC coefficient at zigzag position k (1 to 63) is non-zero.
+inline uint64_t AcMask(uint64_t (*nonZero)(const int32_t*), const Coefficient* block) {
+  uint64_t natural = nonZero(block);
+  uint64_t zigzag = 0;
+  for (int j = 0; j < 8; ++j) zigzag |= kZigzagBits.bits[j][natural >> (8 * j) & 0xFF];
+  return zigzag & ~uint64_t{1};
 }
 
 inline bool HasByteFF(uint32_t word) {
@@ -133,6 +146,14 @@ inline bool HasByteFF(uint32_t word) {
   return ((inverted - 0x01010101u) & ~inverted & 0x80808080u) != 0;
 }
 }  // namespace
+
+uint64_t Huff_NonZero_scalar(const int32_t* block) {
+  uint32_t low = 0;  // two halves: cheaper than one 64-bit value on 32-bit ARM
+  uint32_t high = 0;
+  for (int i = 0; i < 32; ++i) low |= static_cast<uint32_t>(block[i] != 0) << i;
+  for (int i = 0; i < 32; ++i) high |= static_cast<uint32_t>(block[32 + i] != 0) << i;
+  return static_cast<uint64_t>(high) << 32 | low;
+}
 
 unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
   outNext_ = next;
@@ -149,7 +170,8 @@ unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
 // they are stored as four bytes at once, byte by byte only when one of them
 // is 0xFF (stuffing) or the output buffer is nearly full.
 inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC,
-                                      const DerivedTable* dc, const DerivedTable* ac) {
+                                      const DerivedTable* dc, const DerivedTable* ac,
+                                      uint64_t (*nonZero)(const int32_t*)) {
   auto put = [&](uint32_t bits, int size) {
     w.bits = w.bits << size | bits;
     w.count += size;
@@ -183,7 +205,7 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
   put((entry >> 8) << n | ((static_cast<uint32_t>(diff) + sign) & ((1u << n) - 1)),
       static_cast<int>(entry & 0xFF) + n);
 
-  uint64_t mask = NonZeroMask(block);
+  uint64_t mask = AcMask(nonZero, block);
   int previous = 0;
   while (mask != 0) {
     int k = __builtin_ctzll(mask);
@@ -212,7 +234,7 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
 
 void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac) {
   HuffWriter w{bitBuffer_, bitCount_, outNext_};
-  Huff_EncodeBlock(w, block, lastDC, dc, ac);
+  Huff_EncodeBlock(w, block, lastDC, dc, ac, Kernels_Active().huffNonZero);
   bitBuffer_ = w.bits;
   bitCount_ = w.count;
   outNext_ = w.next;
@@ -220,11 +242,12 @@ void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTa
 
 void Encoder::Huff_EncodeMcu(Block** blocks) {
   HuffWriter w{bitBuffer_, bitCount_, outNext_};
+  uint64_t (*nonZero)(const int32_t*) = Kernels_Active().huffNonZero;
   for (int b = 0; b < blocksInMcu_; ++b) {
     int ci = mcuBlockComponent_[b];
     const Component& c = components_[ci];
     const Coefficient* coef = blocks[b]->coef;
-    Huff_EncodeBlock(w, coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable]);
+    Huff_EncodeBlock(w, coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable], nonZero);
     lastDc_[ci] = coef[0];
   }
   bitBuffer_ = w.bits;
