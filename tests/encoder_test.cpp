@@ -8,8 +8,8 @@
 #include <random>
 
 #include "kau/kau.h"
-#include "kj.e/kj.ekernels.h"
 #include "kiu/MMPageArrayStream.h"
+#include "kj.e/kj.ekernels.h"
 #include "support/testutil.h"
 
 namespace {
@@ -215,7 +215,6 @@ TEST(Errors, EveryFailedAllocationReturnsZeroAndReleasesAllBlocks) {
     kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
   }
 }
-
 
 TEST(Kernels, NonZeroMasksMatchTheScalarTwin) {
   const kje::Kernels* kernels[4];
