@@ -5,9 +5,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <random>
 
 #include "kau/kau.h"
 #include "kiu/MMPageArrayStream.h"
+#include "kj.e/kj.ekernels.h"
 #include "support/testutil.h"
 
 namespace {
@@ -211,6 +213,23 @@ TEST(Errors, EveryFailedAllocationReturnsZeroAndReleasesAllBlocks) {
       EXPECT_TRUE(s.sizes.empty());
     }
     kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
+  }
+}
+
+TEST(Kernels, NonZeroMasksMatchTheScalarTwin) {
+  const kje::Kernels* kernels[4];
+  const int n = kje::Kernels_Runnable(kernels, 4);
+  ASSERT_STREQ(kernels[0]->name, "scalar");
+  // Values that narrowing could turn into zero if it wrapped instead of saturating.
+  const int32_t kTricky[] = {1, -1, 256, -256, 65536, -65536, 0x10000 * 3, INT32_MIN, INT32_MAX};
+  std::mt19937 rng(5);
+  for (int trial = 0; trial < 5000; ++trial) {
+    int32_t block[64] = {};
+    for (int k = 0; k < 64; ++k)
+      if (rng() % (1 + trial % 9) == 0) block[k] = kTricky[rng() % 9];
+    uint64_t expected = 0;
+    for (int k = 0; k < 64; ++k) expected |= uint64_t{block[k] != 0} << k;
+    for (int i = 0; i < n; ++i) ASSERT_EQ(expected, kernels[i]->huffNonZero(block)) << kernels[i]->name;
   }
 }
 

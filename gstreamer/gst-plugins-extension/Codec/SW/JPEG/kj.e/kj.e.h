@@ -14,9 +14,12 @@ namespace kje {
 constexpr kau::Site kSiteFlushShortWrite{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 104};
 constexpr kau::Site kSiteNoHuffmanCode{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 110};
 
+// One quantised DCT coefficient (or level-shifted sample).
+using Coefficient = int32_t;
+
 // One 8x8 block of coefficients (or level-shifted samples) in natural order.
 struct Block {
-  int32_t coef[64];
+  Coefficient coef[64];
 };
 
 struct QuantizationTable {
@@ -33,6 +36,7 @@ struct HuffmanTable {
 struct DerivedTable {
   uint32_t code[256];
   unsigned char length[256];  // 0: the symbol has no code
+  uint32_t packed[256];       // code << 8 | length: one load per symbol
 };
 
 class Encoder;
@@ -108,6 +112,15 @@ class Encoder {
   void Huff_EncodeMcu(Block** blocks);
   void EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac);
   void Huff_FinishPass();
+  // The bit writer's state, copied into locals while an MCU is coded.
+  struct HuffWriter {
+    uint64_t bits;  // pending bits in the low `count` bits
+    int count;      // under 32 between symbols
+    unsigned char* next;
+  };
+  void Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC, const DerivedTable* dc,
+                        const DerivedTable* ac, uint64_t (*nonZero)(const int32_t*));
+  unsigned char* Huff_StoreWordSlow(unsigned char* next, uint32_t word);
 
   // Marker writer (kj.emarkers).
   void Markers_OutImageHeader();
@@ -131,26 +144,6 @@ class Encoder {
       kau::Throw(kSiteFlushShortWrite);
     outNext_ = outBuffer_;
   }
-  // Emits the Huffman code of `symbol`; a symbol without a code cannot be written.
-  void EmitSymbol(const DerivedTable* table, int symbol) {
-    int size = table->length[symbol];
-    if (size == 0) kau::Throw(kSiteNoHuffmanCode);
-    EmitBits(table->code[symbol], size);
-  }
-  // Adds `size` (1..16) bits of `bits` to the bit buffer and stores every
-  // whole byte, each 0xFF followed by a stuffed 0x00.
-  void EmitBits(uint32_t bits, int size) {
-    bitBuffer_ |= (bits & ((1u << size) - 1)) << (24 - (bitCount_ + size));
-    bitCount_ += size;
-    while (bitCount_ >= 8) {
-      unsigned char byte = static_cast<unsigned char>(bitBuffer_ >> 16);
-      EmitByte(byte);
-      if (byte == 0xFF) EmitByte(0);
-      bitBuffer_ <<= 8;
-      bitCount_ -= 8;
-    }
-  }
-
   kau::mem::Heap heap_;
 
   unsigned char* outBuffer_ = nullptr;
@@ -201,7 +194,7 @@ class Encoder {
   DerivedTable* dcDerived_[4] = {};
   DerivedTable* acDerived_[4] = {};
   int lastDc_[3] = {};
-  uint32_t bitBuffer_ = 0;
+  uint64_t bitBuffer_ = 0;  // see HuffWriter
   int bitCount_ = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "kj.e/kj.ehuff.h"
 
 #include "kj.e/kj.e.h"
+#include "kj.e/kj.ekernels.h"
 
 namespace kje {
 
@@ -94,6 +95,7 @@ void Encoder::Huff_MakeDerivedTable(bool isDC, int number, DerivedTable*& derive
     derived->code[symbol] = codes[i];
     derived->length[symbol] = sizes[i];
   }
+  for (int i = 0; i < 256; ++i) derived->packed[i] = derived->code[i] << 8 | derived->length[i];
 }
 
 void Encoder::Huff_StartPass() {
@@ -114,58 +116,155 @@ void Encoder::Huff_StartPass() {
 }
 
 namespace {
-// Number of bits of |value|: the magnitude category.
-inline int Category(int value) {
-  unsigned magnitude = value < 0 ? 0u - static_cast<unsigned>(value) : static_cast<unsigned>(value);
-  int n = 0;
-  while (magnitude != 0) {
-    ++n;
-    magnitude >>= 1;
-  }
-  return n;
+// ZigzagBits(mask).bits[j][b]: the zigzag-order bits of the natural positions
+// 8j..8j+7 set in b, so that a natural-order mask is reordered with 8 loads.
+struct ZigzagBits {
+  uint64_t bits[8][256];
+};
+constexpr ZigzagBits MakeZigzagBits() {
+  int position[64] = {};
+  for (int k = 0; k < 64; ++k) position[kNaturalOrder[k]] = k;
+  ZigzagBits t{};
+  for (int j = 0; j < 8; ++j)
+    for (int b = 0; b < 256; ++b)
+      for (int i = 0; i < 8; ++i)
+        if (b >> i & 1) t.bits[j][b] |= uint64_t{1} << position[8 * j + i];
+  return t;
+}
+constexpr ZigzagBits kZigzagBits = MakeZigzagBits();
+
+// Bit k set when the AC coefficient at zigzag position k (1 to 63) is non-zero.
+inline uint64_t AcMask(uint64_t (*nonZero)(const int32_t*), const Coefficient* block) {
+  uint64_t natural = nonZero(block);
+  uint64_t zigzag = 0;
+  for (int j = 0; j < 8; ++j) zigzag |= kZigzagBits.bits[j][natural >> (8 * j) & 0xFF];
+  return zigzag & ~uint64_t{1};
+}
+
+inline bool HasByteFF(uint32_t word) {
+  uint32_t inverted = ~word;  // a 0xFF byte becomes a zero byte
+  return ((inverted - 0x01010101u) & ~inverted & 0x80808080u) != 0;
 }
 }  // namespace
 
-void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac) {
-  int diff = block[0] - lastDC;
-  int n = Category(diff);
-  if (n > 11) kau::Throw(kSiteDcTooLarge);
-  EmitSymbol(dc, n);
-  // Negative values are sent as value - 1 in n bits (one's complement).
-  if (n > 0) EmitBits(static_cast<uint32_t>(diff < 0 ? diff - 1 : diff), n);
+uint64_t Huff_NonZero_scalar(const int32_t* block) {
+  uint32_t low = 0;  // two halves: cheaper than one 64-bit value on 32-bit ARM
+  uint32_t high = 0;
+  for (int i = 0; i < 32; ++i) low |= static_cast<uint32_t>(block[i] != 0) << i;
+  for (int i = 0; i < 32; ++i) high |= static_cast<uint32_t>(block[32 + i] != 0) << i;
+  return static_cast<uint64_t>(high) << 32 | low;
+}
 
-  int run = 0;
-  for (int k = 1; k < 64; ++k) {
-    int value = block[kNaturalOrder[k]];
-    if (value == 0) {
-      ++run;
-      continue;
+unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
+  outNext_ = next;
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    unsigned char byte = static_cast<unsigned char>(word >> shift);
+    EmitByte(byte);
+    if (byte == 0xFF) EmitByte(0);
+  }
+  return outNext_;
+}
+
+// Codes one block into the writer `w`. Each symbol's code and its value bits
+// are added in one step (at most 16 + 11 bits); whenever 32 bits are pending
+// they are stored as four bytes at once, byte by byte only when one of them
+// is 0xFF (stuffing) or the output buffer is nearly full.
+inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC,
+                                      const DerivedTable* dc, const DerivedTable* ac,
+                                      uint64_t (*nonZero)(const int32_t*)) {
+  auto put = [&](uint32_t bits, int size) {
+    w.bits = w.bits << size | bits;
+    w.count += size;
+    if (w.count >= 32) {
+      w.count -= 32;
+      uint32_t word = static_cast<uint32_t>(w.bits >> w.count);
+      if (outEnd_ - w.next >= 8 && !HasByteFF(word)) {
+        w.next[0] = static_cast<unsigned char>(word >> 24);
+        w.next[1] = static_cast<unsigned char>(word >> 16);
+        w.next[2] = static_cast<unsigned char>(word >> 8);
+        w.next[3] = static_cast<unsigned char>(word);
+        w.next += 4;
+      } else {
+        w.next = Huff_StoreWordSlow(w.next, word);
+      }
     }
+  };
+  auto code = [&](const DerivedTable* table, int symbol) {
+    uint32_t entry = table->packed[symbol];
+    if ((entry & 0xFF) == 0) kau::Throw(kSiteNoHuffmanCode);
+    return entry;
+  };
+  // Magnitude category n = bit count of |value|; the n value bits are the
+  // value itself, or value - 1 when negative (one's complement).
+  int diff = block[0] - lastDC;
+  uint32_t sign = static_cast<uint32_t>(diff >> 31);
+  uint32_t magnitude = (static_cast<uint32_t>(diff) ^ sign) - sign;
+  int n = magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
+  if (n > 11) kau::Throw(kSiteDcTooLarge);
+  uint32_t entry = code(dc, n);
+  put((entry >> 8) << n | ((static_cast<uint32_t>(diff) + sign) & ((1u << n) - 1)),
+      static_cast<int>(entry & 0xFF) + n);
+
+  uint64_t mask = AcMask(nonZero, block);
+  int previous = 0;
+  while (mask != 0) {
+    int k = __builtin_ctzll(mask);
+    mask &= mask - 1;
+    int run = k - previous - 1;
+    previous = k;
     while (run > 15) {
-      EmitSymbol(ac, 0xF0);
+      entry = code(ac, 0xF0);
+      put(entry >> 8, static_cast<int>(entry & 0xFF));
       run -= 16;
     }
-    n = Category(value);
+    int value = block[kNaturalOrder[k]];
+    sign = static_cast<uint32_t>(value >> 31);
+    magnitude = (static_cast<uint32_t>(value) ^ sign) - sign;
+    n = 32 - __builtin_clz(magnitude);
     if (n > 10) kau::Throw(kSiteAcTooLarge);
-    EmitSymbol(ac, (run << 4) + n);
-    EmitBits(static_cast<uint32_t>(value < 0 ? value - 1 : value), n);
-    run = 0;
+    entry = code(ac, (run << 4) + n);
+    put((entry >> 8) << n | ((static_cast<uint32_t>(value) + sign) & ((1u << n) - 1)),
+        static_cast<int>(entry & 0xFF) + n);
   }
-  if (run > 0) EmitSymbol(ac, 0);
+  if (previous != 63) {
+    entry = code(ac, 0);  // end of block
+    put(entry >> 8, static_cast<int>(entry & 0xFF));
+  }
+}
+
+void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac) {
+  HuffWriter w{bitBuffer_, bitCount_, outNext_};
+  Huff_EncodeBlock(w, block, lastDC, dc, ac, Kernels_Active().huffNonZero);
+  bitBuffer_ = w.bits;
+  bitCount_ = w.count;
+  outNext_ = w.next;
 }
 
 void Encoder::Huff_EncodeMcu(Block** blocks) {
+  HuffWriter w{bitBuffer_, bitCount_, outNext_};
+  uint64_t (*nonZero)(const int32_t*) = Kernels_Active().huffNonZero;
   for (int b = 0; b < blocksInMcu_; ++b) {
     int ci = mcuBlockComponent_[b];
     const Component& c = components_[ci];
-    int* coef = blocks[b]->coef;
-    EncodeOneBlock(coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable]);
+    const Coefficient* coef = blocks[b]->coef;
+    Huff_EncodeBlock(w, coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable], nonZero);
     lastDc_[ci] = coef[0];
   }
+  bitBuffer_ = w.bits;
+  bitCount_ = w.count;
+  outNext_ = w.next;
 }
 
 void Encoder::Huff_FinishPass() {
-  EmitBits(0x7F, 7);  // pad the last byte with 1-bits
+  // Pad the last byte with 1-bits and store every whole byte.
+  bitBuffer_ = bitBuffer_ << 7 | 0x7F;
+  bitCount_ += 7;
+  while (bitCount_ >= 8) {
+    bitCount_ -= 8;
+    unsigned char byte = static_cast<unsigned char>(bitBuffer_ >> bitCount_);
+    EmitByte(byte);
+    if (byte == 0xFF) EmitByte(0);
+  }
   bitBuffer_ = 0;
   bitCount_ = 0;
 }

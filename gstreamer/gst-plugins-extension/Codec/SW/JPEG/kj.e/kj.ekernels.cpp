@@ -7,12 +7,12 @@
 namespace kje {
 namespace {
 
-const Kernels kScalar{"scalar"};
+const Kernels kScalar{"scalar", Huff_NonZero_scalar};
 #if defined(__x86_64__)
-const Kernels kSse2{"sse2"};
-const Kernels kAvx2{"avx2"};
+const Kernels kSse2{"sse2", Huff_NonZero_sse2};
+const Kernels kAvx2{"avx2", Huff_NonZero_sse2};  // SSE2 is as fast for 64 values
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-const Kernels kNeon{"neon"};
+const Kernels kNeon{"neon", Huff_NonZero_neon};
 #endif
 
 const Kernels* TableOf(kau::Isa isa) {

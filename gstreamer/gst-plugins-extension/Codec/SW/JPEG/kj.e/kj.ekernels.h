@@ -7,11 +7,19 @@
 #ifndef KJ_E_KJ_EKERNELS_H
 #define KJ_E_KJ_EKERNELS_H
 
+#include <cstdint>
+
 namespace kje {
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
+  // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
+  uint64_t (*huffNonZero)(const int32_t* block);
 };
+
+uint64_t Huff_NonZero_scalar(const int32_t* block);
+uint64_t Huff_NonZero_sse2(const int32_t* block);
+uint64_t Huff_NonZero_neon(const int32_t* block);
 
 // The best variant the running CPU supports, picked on first use.
 const Kernels& Kernels_Active();
