@@ -7,10 +7,18 @@
 #ifndef KJ_E_KJ_EKERNELS_H
 #define KJ_E_KJ_EKERNELS_H
 
+#include <cstdint>
+
 namespace kje {
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
+  // Packed RGB to Y, Cb or Cr rows, full size, 2x1 and 2x2 (kj.esample.h).
+  void (*yccRow)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel, unsigned char* out);
+  void (*yccRowH2V1)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
+                     unsigned char* out);
+  void (*yccRowH2V2)(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
+                     int channel, unsigned char* out);
 };
 
 // The best variant the running CPU supports, picked on first use.
