@@ -89,13 +89,16 @@ class Encoder {
   void Sampler_Start();
   void Sampler_FillOutRows();
   void Sampler_ConvertRGB(const unsigned char* in);
-  void Sampler_ConvertRGBtoYCbCr(const unsigned char* in);
+  void Sampler_PointAtPacked(const unsigned char* in);
   void Sampler_PointAtPlanes(const unsigned char* in);
   void Sampler_RowGroupDone();
   void Downsample_FullSize(Component* component);
   void Downsample_AsTheyStand(Component* component);
   void Downsample_H2V1(Component* component);
   void Downsample_H2V2(Component* component);
+  void Downsample_PackedFullSize(Component* component);
+  void Downsample_PackedH2V1(Component* component);
+  void Downsample_PackedH2V2(Component* component);
 
   // Forward DCT and quantisation (kj.efdct).
   void Fdct_Start(int quality);

@@ -3,16 +3,19 @@
 #include "kj.ekernels.h"
 
 #include "kau/kaucpu.h"
+#include "kj.esample.h"
 
 namespace kje {
 namespace {
 
-const Kernels kScalar{"scalar", Huff_NonZero_scalar};
+// Sampling has no SIMD variant yet: every table shares the scalar rows.
+const Kernels kScalar{"scalar", Huff_NonZero_scalar, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
 #if defined(__x86_64__)
-const Kernels kSse2{"sse2", Huff_NonZero_sse2};
-const Kernels kAvx2{"avx2", Huff_NonZero_sse2};  // SSE2 is as fast for 64 values
+const Kernels kSse2{"sse2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
+// SSE2 is as fast for 64 values.
+const Kernels kAvx2{"avx2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-const Kernels kNeon{"neon", Huff_NonZero_neon};
+const Kernels kNeon{"neon", Huff_NonZero_neon, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
 #endif
 
 const Kernels* TableOf(kau::Isa isa) {

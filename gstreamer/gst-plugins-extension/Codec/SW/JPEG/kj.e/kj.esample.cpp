@@ -1,6 +1,7 @@
 #include "kj.e/kj.esample.h"
 
 #include "kj.e/kj.e.h"
+#include "kj.e/kj.ekernels.h"
 
 namespace kje {
 
@@ -43,7 +44,7 @@ void Encoder::Sampler_Start() {
     writeJfif_ = true;
     if (IsPackedRGB(inputFormat_)) {
       inputRowBytes_ = paddedWidth_ * 4;
-      convert_ = &Encoder::Sampler_ConvertRGBtoYCbCr;
+      convert_ = &Encoder::Sampler_PointAtPacked;
     } else if (planar) {
       // Chroma rows are the padded width rounded up to 8, halved.
       uint32_t chromaStride = kau::RoundUp(paddedWidth_, 8) / 2;
@@ -88,24 +89,27 @@ void Encoder::Sampler_Start() {
       mcuBlockComponent_[blocksInMcu_++] = static_cast<int>(c - components_);
     }
 
+    const bool packedToYcc = convert_ == &Encoder::Sampler_PointAtPacked;
     if (planar) {
       c->downsample =
           c->inputWidth == c->paddedWidth ? &Encoder::Downsample_AsTheyStand : &Encoder::Downsample_FullSize;
     } else if (c->h == hmax_ && c->v == vmax_) {
-      c->downsample = &Encoder::Downsample_FullSize;
+      c->downsample = packedToYcc ? &Encoder::Downsample_PackedFullSize : &Encoder::Downsample_FullSize;
     } else if (c->h * 2 == hmax_ && c->v == vmax_) {
-      c->downsample = &Encoder::Downsample_H2V1;
+      c->downsample = packedToYcc ? &Encoder::Downsample_PackedH2V1 : &Encoder::Downsample_H2V1;
     } else if (c->h * 2 == hmax_ && c->v * 2 == vmax_) {
-      c->downsample = &Encoder::Downsample_H2V2;
+      c->downsample = packedToYcc ? &Encoder::Downsample_PackedH2V2 : &Encoder::Downsample_H2V2;
     } else {
       kau::Throw(kSiteNoDownsampler);
     }
 
     // Row group: vmax rows at full resolution, long enough for the 2:1
-    // filters to read twice the block width. Planar input only points.
+    // filters to read twice the block width. Planar input only points, and
+    // so does packed input bound for YCbCr: its kernels convert and
+    // downsample in one pass, with no full-resolution row in between.
     const uint32_t groupRows = static_cast<uint32_t>(vmax_);
     c->rowGroup = heap_.AllocateArray<unsigned char*>(groupRows);
-    if (!planar) {
+    if (!planar && !packedToYcc) {
       const uint32_t groupWidth = c->paddedWidth * static_cast<uint32_t>(hmax_) / h;
       for (uint32_t r = 0; r < groupRows; ++r)
         c->rowGroup[r] = heap_.AllocateArray<unsigned char>(groupWidth);
@@ -131,12 +135,10 @@ void Encoder::Sampler_ConvertRGB(const unsigned char* in) {
   }
 }
 
-void Encoder::Sampler_ConvertRGBtoYCbCr(const unsigned char* in) {
-  unsigned char* y = components_[0].rowGroup[rowsInGroup_];
-  unsigned char* cb = components_[1].rowGroup[rowsInGroup_];
-  unsigned char* cr = components_[2].rowGroup[rowsInGroup_];
-  for (uint32_t x = 0; x < paddedWidth_; ++x, in += 4)
-    kiu::ConvertRGBtoYUV(in[0], in[1], in[2], y[x], cb[x], cr[x]);
+void Encoder::Sampler_PointAtPacked(const unsigned char* in) {
+  // The rows are only read; the row group is shared with the converting paths.
+  for (Component* c = components_; c != componentsEnd_; ++c)
+    c->rowGroup[rowsInGroup_] = const_cast<unsigned char*>(in);
 }
 
 void Encoder::Sampler_PointAtPlanes(const unsigned char*) {
@@ -227,6 +229,91 @@ void Encoder::Downsample_H2V2(Component* c) {
       int bias = 1 + static_cast<int>(i & 1);
       out[i] = static_cast<unsigned char>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + bias) >> 2);
     }
+  }
+}
+
+void Encoder::Downsample_PackedFullSize(Component* c) {
+  const int base = groupsDone_ * c->v;
+  const int channel = static_cast<int>(c - components_);
+  const Kernels& k = Kernels_Active();
+  for (int r = 0; r < c->v; ++r)
+    k.yccRow(c->rowGroup[r], paddedWidth_, c->paddedWidth, channel, c->blockRows[base + r]);
+}
+
+void Encoder::Downsample_PackedH2V1(Component* c) {
+  const int base = groupsDone_ * c->v;
+  const int channel = static_cast<int>(c - components_);
+  const Kernels& k = Kernels_Active();
+  for (int r = 0; r < c->v; ++r)
+    k.yccRowH2V1(c->rowGroup[r], paddedWidth_, c->paddedWidth, channel, c->blockRows[base + r]);
+}
+
+void Encoder::Downsample_PackedH2V2(Component* c) {
+  const int base = groupsDone_ * c->v;
+  const int channel = static_cast<int>(c - components_);
+  const Kernels& k = Kernels_Active();
+  for (int r = 0; r < c->v; ++r) {
+    k.yccRowH2V2(c->rowGroup[2 * r], c->rowGroup[2 * r + 1], paddedWidth_, c->paddedWidth, channel,
+                 c->blockRows[base + r]);
+  }
+}
+
+namespace {
+
+// Weights of R, G, B and the constant: the colour tables' entries are
+// weight * sample (plus the constant on one of them), so one sum is the same.
+struct YccWeights {
+  int32_t r, g, b, bias;
+};
+constexpr YccWeights kYccWeights[3] = {
+    {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 8421375}, {32768, -27439, -5329, 8421375}};
+
+inline int YccOf(const unsigned char* p, const YccWeights& w) {
+  return (w.r * p[0] + w.g * p[1] + w.b * p[2] + w.bias) >> 16;
+}
+
+}  // namespace
+
+void Sample_YccRow(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
+                   unsigned char* out) {
+  const YccWeights w = kYccWeights[channel];
+  for (uint32_t x = 0; x < width; ++x) out[x] = static_cast<unsigned char>(YccOf(in + 4 * x, w));
+  const unsigned char last = out[width - 1];
+  for (uint32_t x = width; x < outWidth; ++x) out[x] = last;
+}
+
+void Sample_YccRowH2V1(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
+                       unsigned char* out) {
+  const YccWeights w = kYccWeights[channel];
+  const uint32_t whole = width / 2 < outWidth ? width / 2 : outWidth;
+  uint32_t i = 0;
+  for (; i < whole; ++i) {
+    const unsigned char* p = in + 8 * i;
+    out[i] = static_cast<unsigned char>((YccOf(p, w) + YccOf(p + 4, w) + static_cast<int>(i & 1)) >> 1);
+  }
+  const unsigned char* last = in + 4 * (width - 1);
+  for (; i < outWidth; ++i) {
+    const unsigned char* p0 = 2 * i < width ? in + 8 * i : last;
+    out[i] = static_cast<unsigned char>((YccOf(p0, w) + YccOf(last, w) + static_cast<int>(i & 1)) >> 1);
+  }
+}
+
+void Sample_YccRowH2V2(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
+                       int channel, unsigned char* out) {
+  const YccWeights w = kYccWeights[channel];
+  const uint32_t whole = width / 2 < outWidth ? width / 2 : outWidth;
+  uint32_t i = 0;
+  for (; i < whole; ++i) {
+    const unsigned char *p = a + 8 * i, *q = b + 8 * i;
+    const int sum = YccOf(p, w) + YccOf(p + 4, w) + YccOf(q, w) + YccOf(q + 4, w);
+    out[i] = static_cast<unsigned char>((sum + 1 + static_cast<int>(i & 1)) >> 2);
+  }
+  const unsigned char *lastA = a + 4 * (width - 1), *lastB = b + 4 * (width - 1);
+  for (; i < outWidth; ++i) {
+    const unsigned char* p0 = 2 * i < width ? a + 8 * i : lastA;
+    const unsigned char* q0 = 2 * i < width ? b + 8 * i : lastB;
+    const int sum = YccOf(p0, w) + YccOf(lastA, w) + YccOf(q0, w) + YccOf(lastB, w);
+    out[i] = static_cast<unsigned char>((sum + 1 + static_cast<int>(i & 1)) >> 2);
   }
 }
 
