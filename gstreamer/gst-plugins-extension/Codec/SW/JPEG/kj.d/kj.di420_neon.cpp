@@ -1,8 +1,8 @@
-// 4:2:0 to I420 for ARMv7 NEON (compiled with -mfpu=neon in the armhf build): sixteen pairs a step.
+// 4:2:0 to I420 for ARMv7 NEON (compiled with -mfpu=neon in the armhf build): eight pairs a step.
 #include "kj.dkernels.h"
 
 #if defined(__arm__) && defined(__ARM_NEON)
-#define KJ_I420_PAIRS 16
+#define KJ_I420_PAIRS 8
 #include "kj.di420_simd.h"
 
 namespace kjd {

@@ -27,6 +27,18 @@ typedef int16_t SWords __attribute__((vector_size(2 * kPairs)));
 typedef int32_t Ints __attribute__((vector_size(4 * kPairs)));
 typedef uint64_t Quads __attribute__((vector_size(2 * kPairs)));
 
+typedef uint8_t IntBytes __attribute__((vector_size(4 * kPairs)));
+
+// Bytes to 32-bit lanes as a byte shuffle with zeros: the compiler keeps it
+// in vector registers where a conversion may go lane by lane.
+#if KJ_I420_PAIRS == 8
+#define KJ_I420_WIDEN(x)                                                                                     \
+  reinterpret_cast<Ints>(__builtin_shufflevector(x, Bytes{}, 0, 8, 8, 8, 1, 8, 8, 8, 2, 8, 8, 8, 3, 8, 8, 8, \
+                                                 4, 8, 8, 8, 5, 8, 8, 8, 6, 8, 8, 8, 7, 8, 8, 8))
+#else
+#error "KJ_I420_PAIRS must be 8"
+#endif
+
 // Helpers taking or returning these vectors would change the calling
 // convention with the vector width; the loop body keeps them local.
 #define KJ_I420_MIN(a, b) ((a) < (b) ? (a) : (b))
@@ -41,8 +53,8 @@ void Yuv420ToI420(uint32_t width, const unsigned char* y0, const unsigned char* 
     Bytes cbs, crs;
     std::memcpy(&cbs, cb + i, sizeof cbs);
     std::memcpy(&crs, cr + i, sizeof crs);
-    const Ints b0 = __builtin_convertvector(cbs, Ints) - 128;
-    const Ints r0 = __builtin_convertvector(crs, Ints) - 128;
+    const Ints b0 = KJ_I420_WIDEN(cbs) - 128;
+    const Ints r0 = KJ_I420_WIDEN(crs) - 128;
     // kiu's colour tables, as sums.
     const Ints r = (91881 * r0 + 32768) >> 16;
     const Ints g = (-22554 * b0 + 32768 - 46802 * r0) >> 16;
@@ -95,5 +107,6 @@ void Yuv420ToI420(uint32_t width, const unsigned char* y0, const unsigned char* 
 
 #undef KJ_I420_MIN
 #undef KJ_I420_MAX
+#undef KJ_I420_WIDEN
 
 #endif  // KJ_D_KJ_DI420_SIMD_H
