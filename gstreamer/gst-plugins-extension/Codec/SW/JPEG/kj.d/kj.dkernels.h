@@ -11,17 +11,25 @@
 namespace kjd {
 
 using IdctKernel = void (*)(int32_t* block, unsigned char** rows, unsigned long column);
-// kiu::ConvertYUV420toI420's signature: two luma rows and their chroma row
-// to two Y rows, one U and one V row.
-using I420Kernel = void (*)(uint32_t width, const unsigned char* y0, const unsigned char* y1,
-                            const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
-                            unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// The row converters kiu::ConvertYUV211toRGBARows and ConvertYUV111toRGBARow.
+using Rgba211Row = void(uint32_t count, const unsigned char* y0, const unsigned char* y1,
+                        const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
+                        unsigned char* out0, unsigned char* out1);
+using Rgba111Row = void(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                        const unsigned char* cr, unsigned char alpha, unsigned char* out);
+// kiu::ConvertYUV420toI420: two luma rows and their chroma row to two Y
+// rows, one U and one V row.
+using I420Rows = void(uint32_t width, const unsigned char* y0, const unsigned char* y1,
+                      const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
+                      unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   IdctKernel idct8x8;
-  IdctKernel idct4x4;  // 1/2 scale
-  I420Kernel yuv420ToI420;
+  IdctKernel idct4x4;   // 1/2 scale
+  Rgba211Row* rgba211;  // 4:2:2 rows, and 4:2:0 row pairs
+  Rgba111Row* rgba111;
+  I420Rows* yuv420ToI420;
 };
 
 // The best variant the running CPU supports, picked on first use.
@@ -39,16 +47,11 @@ void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_4x4_avx2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column);
 
+// SIMD twins of kiu::ConvertYUV211toRGBARows and ConvertYUV111toRGBARow.
+Rgba211Row ConvertYUV211toRGBARows_sse2, ConvertYUV211toRGBARows_avx2, ConvertYUV211toRGBARows_neon;
+Rgba111Row ConvertYUV111toRGBARow_sse2, ConvertYUV111toRGBARow_avx2, ConvertYUV111toRGBARow_neon;
 // SIMD twins of kiu::ConvertYUV420toI420.
-void YUV420toI420_sse2(uint32_t width, const unsigned char* y0, const unsigned char* y1,
-                       const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
-                       unsigned char* outY1, unsigned char* outU, unsigned char* outV);
-void YUV420toI420_avx2(uint32_t width, const unsigned char* y0, const unsigned char* y1,
-                       const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
-                       unsigned char* outY1, unsigned char* outU, unsigned char* outV);
-void YUV420toI420_neon(uint32_t width, const unsigned char* y0, const unsigned char* y1,
-                       const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
-                       unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+I420Rows YUV420toI420_sse2, YUV420toI420_avx2, YUV420toI420_neon;
 
 }  // namespace kjd
 
