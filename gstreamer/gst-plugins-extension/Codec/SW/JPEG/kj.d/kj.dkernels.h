@@ -17,6 +17,11 @@ using Rgba211Row = void(uint32_t count, const unsigned char* y0, const unsigned 
                         unsigned char* out0, unsigned char* out1);
 using Rgba111Row = void(uint32_t count, const unsigned char* y, const unsigned char* cb,
                         const unsigned char* cr, unsigned char alpha, unsigned char* out);
+// kiu::ConvertYUV420toI420: two luma rows and their chroma row to two Y
+// rows, one U and one V row.
+using I420Rows = void(uint32_t width, const unsigned char* y0, const unsigned char* y1,
+                      const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
+                      unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
@@ -24,6 +29,7 @@ struct Kernels {
   IdctKernel idct4x4;   // 1/2 scale
   Rgba211Row* rgba211;  // 4:2:2 rows, and 4:2:0 row pairs
   Rgba111Row* rgba111;
+  I420Rows* yuv420ToI420;
 };
 
 // The best variant the running CPU supports, picked on first use.
@@ -44,6 +50,8 @@ void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column);
 // SIMD twins of kiu::ConvertYUV211toRGBARows and ConvertYUV111toRGBARow.
 Rgba211Row ConvertYUV211toRGBARows_sse2, ConvertYUV211toRGBARows_avx2, ConvertYUV211toRGBARows_neon;
 Rgba111Row ConvertYUV111toRGBARow_sse2, ConvertYUV111toRGBARow_avx2, ConvertYUV111toRGBARow_neon;
+// SIMD twins of kiu::ConvertYUV420toI420.
+I420Rows YUV420toI420_sse2, YUV420toI420_avx2, YUV420toI420_neon;
 
 }  // namespace kjd
 

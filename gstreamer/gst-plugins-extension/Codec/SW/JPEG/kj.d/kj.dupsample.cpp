@@ -312,6 +312,7 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
   RowSink sink(target, scratch, outputWidth * 3);
 
   const unsigned long W = outputWidth;
+  I420Rows* const toI420 = Kernels_Active().yuv420ToI420;
   const unsigned char alpha = alphaValue;
   const Kernels& rgba = Kernels_Active();
   // Every iMCU row is decoded even when an I420 picture drops the last row,
@@ -387,9 +388,8 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
       case Plan::kI420Merged420:
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
           const uint32_t y = sink.TakePair();
-          kiu::ConvertYUV420toI420(target.width, samples[0][2 * r], samples[0][2 * r + 1], samples[1][r],
-                                   samples[2][r], sink.Plane(0, y), sink.Plane(0, y + 1),
-                                   sink.Plane(1, y / 2), sink.Plane(2, y / 2));
+          toI420(target.width, samples[0][2 * r], samples[0][2 * r + 1], samples[1][r], samples[2][r],
+                 sink.Plane(0, y), sink.Plane(0, y + 1), sink.Plane(1, y / 2), sink.Plane(2, y / 2));
         }
         break;
     }

@@ -1,0 +1,60 @@
+// The SIMD 4:2:0 to I420 kernels against their scalar twin: random rows,
+// rows that clamp (extreme luma under saturated chroma), mixtures of both,
+// and widths around the vector steps, with guard bytes past every row.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "kj.d/kj.dkernels.h"
+
+namespace {
+
+enum class Fill { kRandom, kClamping, kMixed };
+
+TEST(I420Kernels, EveryVariantMatchesTheScalarTwin) {
+  const kjd::Kernels* kernels[4];
+  const int n = kjd::Kernels_Runnable(kernels, 4);
+  ASSERT_STREQ(kernels[0]->name, "scalar");
+  std::string names;
+  for (int i = 1; i < n; ++i) names += std::string(" ") + kernels[i]->name;
+  std::printf("compared with the scalar kernel:%s\n", n > 1 ? names.c_str() : " none on this CPU");
+  const uint32_t kWidths[] = {2, 3, 30, 32, 33, 34, 64, 66, 95, 127, 130, 1920};
+  const Fill kFills[] = {Fill::kRandom, Fill::kClamping, Fill::kMixed};
+  const unsigned char kEdges[] = {0, 1, 2, 16, 235, 253, 254, 255};
+  std::mt19937 rng(5);
+  auto edge = [&] { return kEdges[rng() % 8]; };
+  constexpr uint32_t kGuard = 40;
+  for (const Fill fill : kFills) {
+    for (const uint32_t width : kWidths) {
+      for (int trial = 0; trial < 40; ++trial) {
+        const uint32_t half = (width + 1) / 2;
+        std::vector<unsigned char> in[4] = {
+            std::vector<unsigned char>(width), std::vector<unsigned char>(width),
+            std::vector<unsigned char>(half), std::vector<unsigned char>(half)};
+        for (auto& row : in)
+          for (unsigned char& s : row) {
+            const bool extreme = fill == Fill::kClamping || (fill == Fill::kMixed && rng() % 16 == 0);
+            s = extreme ? edge() : static_cast<unsigned char>(rng());
+          }
+        std::vector<unsigned char> want[4], got[4];
+        auto run = [&](const kjd::Kernels& k, std::vector<unsigned char>* out) {
+          for (int p = 0; p < 4; ++p) out[p].assign((p < 2 ? width : half) + kGuard, 0xa5);
+          k.yuv420ToI420(width, in[0].data(), in[1].data(), in[2].data(), in[3].data(), out[0].data(),
+                         out[1].data(), out[2].data(), out[3].data());
+        };
+        run(*kernels[0], want);
+        for (int i = 1; i < n; ++i) {
+          run(*kernels[i], got);
+          for (int p = 0; p < 4; ++p)
+            ASSERT_EQ(got[p], want[p]) << kernels[i]->name << " width " << width << " plane " << p << " fill "
+                                       << static_cast<int>(fill) << " trial " << trial;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
