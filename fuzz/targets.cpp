@@ -70,6 +70,17 @@ int RequestedSide(uint8_t b) {
   return v < 0 ? v % 9 : v * 4;
 }
 
+// Runs `decode` on the payload from memory (null stream) or, with flag 2,
+// through a byte stream; true when it decoded.
+template <typename Fn>
+bool Decoded(uint8_t flags, const Bytes& in, const STImageSimple& image, Fn decode) {
+  MMStream* s = (flags & 2) != 0 ? ByteStream(in.p, in.n) : nullptr;
+  const int rc = decode(s);
+  MMStreamDelete(&s);
+  Require(rc != 0 || image.data == nullptr, "a failed decode leaves the record alone");
+  return rc != 0;
+}
+
 MMStream* PageStream(uint32_t pageSize) { return MMPageArrayStream::NewReady(pageSize); }
 
 std::vector<uint8_t> StreamBytes(MMStream* s) {
@@ -91,18 +102,11 @@ int Decode(const uint8_t* data, size_t size) {
   const int width = RequestedSide(in.U8()), height = RequestedSide(in.U8());
   if (in.n == 0) return 0;
   STImageSimple image{};
-  int rc;
-  if ((flags & 2) != 0) {
-    MMStream* s = ByteStream(in.p, in.n);
-    rc = DecodeJPG(s, alpha, &image, width, height, kLimits);
-    MMStreamDelete(&s);
-  } else {
-    rc = DecodeJPG(in.p, in.n, alpha, &image, width, height, kLimits);
-  }
-  if (rc == 0) {
-    Require(image.data == nullptr, "a failed decode leaves the record alone");
+  if (!Decoded(flags, in, image, [&](MMStream* s) {
+        return s != nullptr ? DecodeJPG(s, alpha, &image, width, height, kLimits)
+                            : DecodeJPG(in.p, in.n, alpha, &image, width, height, kLimits);
+      }))
     return 0;
-  }
   Require(alpha <= 255 && !(width < 0 && height < 0), "refused arguments are refused");
   Require(image.width > 0 && image.height > 0, "a decoded picture has pixels");
   Require(image.stride == image.width * 4 && image.bitsPerPixel == 32, "4-byte pixels");
@@ -119,18 +123,11 @@ int DecodeYuv(const uint8_t* data, size_t size) {
   if (in.n == 0) return 0;
   const bool planar = (flags & 1) != 0;
   STImageSimple image{};
-  int rc;
-  if ((flags & 2) != 0) {
-    MMStream* s = ByteStream(in.p, in.n);
-    rc = jpdyuv::DecodeJPG(s, &image, planar, kLimits);
-    MMStreamDelete(&s);
-  } else {
-    rc = jpdyuv::DecodeJPG(in.p, in.n, &image, planar, kLimits);
-  }
-  if (rc == 0) {
-    Require(image.data == nullptr, "a failed decode leaves the record alone");
+  if (!Decoded(flags, in, image, [&](MMStream* s) {
+        return s != nullptr ? jpdyuv::DecodeJPG(s, &image, planar, kLimits)
+                            : jpdyuv::DecodeJPG(in.p, in.n, &image, planar, kLimits);
+      }))
     return 0;
-  }
   if (planar) {
     Require(image.width % 2 == 0 && image.height % 2 == 0, "I420 sides are even");
     Require(image.size == image.width * image.height * 3 / 2, "I420 size");

@@ -6,8 +6,10 @@
 #   scripts/run-bench.sh            the figures of the code as it is
 #   scripts/run-bench.sh --before   the same into docs/bench/decode-before.*,
 #                                   the baseline later runs are set against
-# Further arguments go to kelbench (e.g. --filter 1080p).
+# Further arguments go to kelbench (e.g. --filter 1080p). The element rows
+# (bench/elem/elembench) follow the codec rows in the same table.
 set -euo pipefail
+shopt -s nullglob  # a --filter may leave one side without rows
 cd "$(dirname "$0")/.."
 name=decode
 if [ "${1:-}" = "--before" ]; then
@@ -16,10 +18,16 @@ if [ "${1:-}" = "--before" ]; then
 fi
 
 bash scripts/install-deps.sh --bench
+# The same --filter picks the element rows (elembench takes no other argument).
+filter=""
+args=("$@")
+for i in "${!args[@]}"; do
+  [ "${args[$i]}" = --filter ] && filter="${args[$((i + 1))]:-}"
+done
 
 build=build-bench
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF >/dev/null
-cmake --build "$build" --target kelbench
+cmake --build "$build" --target kelbench elembench
 bin=$build/bench/kelbench
 corpus=$build/corpus
 work=$build/run
@@ -44,7 +52,7 @@ awk -F': ' '
   END {
     print "row\tours\tpeer"
     for (i = 1; i <= count; i++) print keys[i] "\t" ir[keys[i], "ours"] "\t" ir[keys[i], "peer"]
-  }' "$work"/cg.out.* >"$work/instructions.tsv"
+  }' "$work"/cg.out.* /dev/null >"$work/instructions.tsv"
 
 echo "== times, peaks and pixel checks"
 before=()
@@ -55,6 +63,16 @@ $(g++ --version | head -1); TurboJPEG $(dpkg-query -W -f='${Version}' libturbojp
 status=0
 "$bin" --corpus "$corpus" --instructions "$work/instructions.tsv" "${before[@]}" \
   --markdown "$out/$name.md" --tsv "$out/$name.tsv" --note "$note" "$@" || status=$?
+
+echo "== elements: keljpeg_dec/keljpeg_enc beside jpegdec/jpegenc in GStreamer pipelines"
+# 640x480 4:2:0 from the 1080p picture; the element rows join the same table.
+small=$corpus/640x480-2x2-q85-baseline.jpg
+[ -f "$small" ] || convert "$corpus/1920x1080-2x2-q85-baseline.jpg" -resize '640x480!' ppm:- |
+  cjpeg -quality 85 -sample 2x2 -outfile "$small"
+columns=$(grep -m1 '^| picture' "$out/$name.md" | tr -cd '|' | wc -c)
+"$build/bench/elembench" --plugin-dir "$build/plugin" --work "$work" \
+  --picture "$corpus/1920x1080-2x2-q85-baseline.jpg" --picture "$small" --columns "$((columns - 1))" \
+  --markdown "$out/$name.md" --tsv "$out/$name.tsv" ${filter:+--filter "$filter"} || status=$?
 
 # Ratios as bars, 1.0 marked: above the line we are faster.
 plot="'$out/$name.tsv' every ::1 using 2:xtic(1) title 'ratio' lc rgb '#3070b0'"

@@ -69,7 +69,6 @@ std::vector<Case> Corpus() {
       {101, 75, "-quality 2 -grayscale"},
       {101, 75, "-quality 3 -sample 1x1 -progressive"},
       {101, 75, "-grayscale -restart 5"},
-      {101, 75, "-sample 4x1 -restart 2"},
       {101, 75, "-progressive -sample 2x2 -restart 2"},
       {101, 75, "-progressive -sample 2x2 -restart 1B"},
       {101, 75, "-optimize -sample 2x2"},

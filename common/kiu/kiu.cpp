@@ -11,10 +11,10 @@ constexpr ColorTables BuildColorTables() {
   ColorTables t{};
   for (int i = 0; i < 256; ++i) {
     int d = i - 128;
-    t.byCr[i][0] = (91881 * d + 32768) >> 16;
-    t.byCr[i][1] = -46802 * d;
-    t.byCb[i][0] = (116130 * d + 32768) >> 16;
-    t.byCb[i][1] = -22554 * d + 32768;
+    t.byCr[i][0] = (kCrToR * d + 32768) >> 16;
+    t.byCr[i][1] = kCrToG * d;
+    t.byCb[i][0] = (kCbToB * d + 32768) >> 16;
+    t.byCb[i][1] = kCbToG * d + 32768;
     t.rToY[i] = 19595 * i;
     t.gToY[i] = 38470 * i;
     t.bToY[i] = 7471 * i + 32768;
@@ -104,34 +104,30 @@ inline void PutRgba(int y, const ChromaOffsets& o, unsigned char alpha, unsigned
   out[3] = alpha;
 }
 
-// Chroma terms once per pair of pixels; `y1` (may be null) is a second luma
-// row sharing the chroma, written to `out1`.
-inline void Rgba211Rows(uint32_t count, const unsigned char* y0, const unsigned char* y1,
-                        const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
-                        unsigned char* out0, unsigned char* out1) {
-  const uint32_t pairs = count / 2;
-  for (uint32_t i = 0; i < pairs; ++i, out0 += 8, out1 += 8) {
-    const ChromaOffsets o = ChromaOffsetsOf(cb[i], cr[i]);
-    PutRgba(y0[2 * i], o, alpha, out0);
-    PutRgba(y0[2 * i + 1], o, alpha, out0 + 4);
-    if (y1 != nullptr) {
-      PutRgba(y1[2 * i], o, alpha, out1);
-      PutRgba(y1[2 * i + 1], o, alpha, out1 + 4);
-    }
-  }
-  if (count & 1) {
-    const ChromaOffsets o = ChromaOffsetsOf(cb[pairs], cr[pairs]);
-    PutRgba(y0[count - 1], o, alpha, out0);
-    if (y1 != nullptr) PutRgba(y1[count - 1], o, alpha, out1);
-  }
-}
-
-inline void Rgba211Row(uint32_t count, const unsigned char* y, const unsigned char* cb,
-                       const unsigned char* cr, unsigned char alpha, unsigned char* out) {
-  Rgba211Rows(count, y, nullptr, cb, cr, alpha, out, out);
-}
-
 }  // namespace
+
+// Chroma terms once per pair of pixels.
+void ConvertYUV211toRGBARows(uint32_t count, const unsigned char* y0, const unsigned char* y1,
+                             const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
+                             unsigned char* out0, unsigned char* out1) {
+  for (uint32_t i = 0; i < count; i += 2) {
+    const ChromaOffsets o = ChromaOffsetsOf(cb[i / 2], cr[i / 2]);
+    const bool both = i + 1 < count;
+    PutRgba(y0[i], o, alpha, out0 + 4 * i);
+    if (both) PutRgba(y0[i + 1], o, alpha, out0 + 4 * i + 4);
+    if (y1 == nullptr) continue;
+    PutRgba(y1[i], o, alpha, out1 + 4 * i);
+    if (both) PutRgba(y1[i + 1], o, alpha, out1 + 4 * i + 4);
+  }
+}
+
+void ConvertYUV111toRGBARow(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                            const unsigned char* cr, unsigned char alpha, unsigned char* out) {
+  for (uint32_t i = 0; i < count; ++i, out += 4) {
+    YccToRgb(y[i], cb[i], cr[i], out);
+    out[3] = alpha;
+  }
+}
 
 void ConvertRGBtoYUV(unsigned long count, const unsigned char* input, unsigned char* output) {
   const ColorTables& t = colorTables;
@@ -233,29 +229,27 @@ void ConvertGrayToRGB(unsigned long count, unsigned char*** planes, unsigned lon
 
 void ConvertYUV111toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
                          unsigned char* output) {
-  const unsigned char* y = planes[0][0];
-  const unsigned char* cb = planes[1][0];
-  const unsigned char* cr = planes[2][0];
-  for (uint32_t i = 0, n = static_cast<uint32_t>(count); i < n; ++i, output += 4) {
-    YccToRgb(y[i], cb[i], cr[i], output);
-    output[3] = alpha;
-  }
+  ConvertYUV111toRGBARow(static_cast<uint32_t>(count), planes[0][0], planes[1][0], planes[2][0], alpha,
+                         output);
 }
 
 void ConvertYUV211toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
                          unsigned char* output) {
-  Rgba211Row(static_cast<uint32_t>(count), planes[0][0], planes[1][0], planes[2][0], alpha, output);
+  ConvertYUV211toRGBARows(static_cast<uint32_t>(count), planes[0][0], nullptr, planes[1][0], planes[2][0],
+                          alpha, output, nullptr);
 }
 
 void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, unsigned char alpha,
                          unsigned char* output) {
-  Rgba211Row(static_cast<uint32_t>(count), planes[0][0], planes[1][0], planes[2][0], alpha, output);
+  ConvertYUV211toRGBARows(static_cast<uint32_t>(count), planes[0][0], nullptr, planes[1][0], planes[2][0],
+                          alpha, output, nullptr);
 }
 
 void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
                           unsigned char* output) {
   uint32_t n = static_cast<uint32_t>(count);
-  Rgba211Rows(n, planes[0][0], planes[0][1], planes[1][0], planes[2][0], alpha, output, output + 4 * n);
+  ConvertYUV211toRGBARows(n, planes[0][0], planes[0][1], planes[1][0], planes[2][0], alpha, output,
+                          output + 4 * n);
 }
 
 void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,

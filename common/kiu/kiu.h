@@ -46,6 +46,11 @@ enum Format : int32_t {
 
 // Colour tables, 16-bit fixed point. They are constant data, complete before
 // any code of the library runs, so no start-up step can see them unbuilt.
+// YCbCr to RGB weights, 16-bit fixed point, for d = Cb - 128 or Cr - 128:
+// R = Y + ((kCrToR * d + 32768) >> 16), B = Y + ((kCbToB * d + 32768) >> 16),
+// G = Y + ((kCbToG * dCb + 32768 + kCrToG * dCr) >> 16).
+constexpr int32_t kCrToR = 91881, kCbToB = 116130, kCbToG = -22554, kCrToG = -46802;
+
 struct ColorTables {
   int32_t rToY[256], gToY[256], bToY[256];
   int32_t rToCb[256], gToCb[256], bToCb[256];  // bToCb also serves as R to Cr
@@ -162,7 +167,17 @@ KEL_API void ConvertYUV420toRGBA(unsigned long count, unsigned char*** planes, u
 KEL_API void ConvertYUV420toRGBA2(unsigned long count, unsigned char*** planes, unsigned char alpha,
                                   unsigned char* output);
 
-// Decoder-internal row kernels (not exported). I420 rows of even `width`
+// Decoder-internal row kernels (not exported), the scalar twins of the
+// decoder's SIMD ones. RGBA rows of `count` pixels pairwise sharing chroma
+// sample x / 2; `y1`, when not null, is a second luma row sharing them,
+// written to `out1` (ignored when `y1` is null).
+void ConvertYUV211toRGBARows(uint32_t count, const unsigned char* y0, const unsigned char* y1,
+                             const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
+                             unsigned char* out0, unsigned char* out1);
+// An RGBA row with one chroma sample per pixel.
+void ConvertYUV111toRGBARow(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                            const unsigned char* cr, unsigned char alpha, unsigned char* out);
+// I420 rows of even `width`
 // from two luma rows sharing one chroma row: the 2x2 average of the YUV of
 // each pixel's RGB, as the two table conversions give it.
 void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,

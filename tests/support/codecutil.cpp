@@ -1,9 +1,6 @@
 // Our decoder and encoder in memory, and the TurboJPEG peer.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <memory>
-
 #include "kiu/MMPageArrayStream.h"
 #include "kj.e/CJPGE.h"
 #include "support/testutil.h"
@@ -32,30 +29,6 @@ std::vector<ComponentPlane> DecodePlanes(kjd::Decoder& decoder, int scale, bool 
 std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale, bool specialised) {
   kjd::Decoder decoder(jpeg.data(), jpeg.size(), 255);
   return DecodePlanes(decoder, scale, specialised);
-}
-
-ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)>& poke) {
-  ErrorSite site;
-  testing::internal::CaptureStdout();
-  std::unique_ptr<kjd::Decoder> decoder;
-  try {
-    decoder.reset(new kjd::Decoder(jpeg.data(), jpeg.size(), 255));
-  } catch (const kau::Error&) {
-    // The constructor printed "\n?!exception@ FILE +LINE !?\n\n\n" for the first error.
-    char file[256] = "?unparsed";
-    std::sscanf(testing::internal::GetCapturedStdout().c_str(), "\n?!exception@ %255s +%d", file, &site.line);
-    site.file = file;
-    return site;
-  }
-  try {
-    if (poke) poke(*decoder);
-    DecodePlanes(*decoder);
-  } catch (const kau::Error& e) {
-    site.file = e.FileName();
-    site.line = e.Position();
-  }
-  testing::internal::GetCapturedStdout();
-  return site;
 }
 
 #ifdef KEL_HAVE_TURBOJPEG

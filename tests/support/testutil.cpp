@@ -236,4 +236,13 @@ Bytes RewriteMarkers(const Bytes& jpeg, const std::vector<int>& ids) {
   return out;
 }
 
+std::vector<const kjd::Kernels*> DecoderKernels() {
+  const kjd::Kernels* kernels[4];
+  const int n = kjd::Kernels_Runnable(kernels, 4);
+  std::string names;
+  for (int i = 1; i < n; ++i) names += std::string(" ") + kernels[i]->name;
+  std::printf("compared with the scalar kernels:%s\n", n > 1 ? names.c_str() : " none on this CPU");
+  return {kernels, kernels + n};
+}
+
 }  // namespace keltest

@@ -12,6 +12,7 @@
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
 #include "kj.d/kj.d.h"
+#include "kj.d/kj.dkernels.h"
 
 namespace keltest {
 
@@ -34,12 +35,12 @@ int Run(const std::string& command);
 bool HaveTool(const std::string& tool);
 // CI=true: a peer that is missing or refuses a file fails the test instead of skipping it.
 bool InCi();
-#define KEL_REQUIRE_PEER(ok, what)                                      \
-  do {                                                                  \
-    if (!(ok)) {                                                        \
+#define KEL_REQUIRE_PEER(ok, what)                                     \
+  do {                                                                 \
+    if (!(ok)) {                                                       \
       if (keltest::InCi()) GTEST_FAIL() << "peer missing: " << (what); \
-      GTEST_SKIP() << "peer missing: " << (what);                       \
-    }                                                                   \
+      GTEST_SKIP() << "peer missing: " << (what);                      \
+    }                                                                  \
   } while (0)
 // Letters and digits of `text`, every other run turned into one '_'.
 std::string Slug(const std::string& text);
@@ -73,14 +74,6 @@ struct ComponentPlane {
 std::vector<ComponentPlane> DecodePlanes(kjd::Decoder& decoder, int scale = 8, bool specialised = true);
 std::vector<ComponentPlane> DecodePlanes(const Bytes& jpeg, int scale = 8, bool specialised = true);
 
-// Where the first error of a decode came from; the constructor's own error
-// (kj.d 70) is looked through to the one it printed. Empty file: no error.
-struct ErrorSite {
-  std::string file;
-  int line = 0;
-};
-ErrorSite DecodeError(const Bytes& jpeg, const std::function<void(kjd::Decoder&)>& poke = nullptr);
-
 // The peer's planes (accurate DCT) cut to each component's visible area, and
 // its pixels (accurate DCT, chroma repeated; CMYK bytes with `cmyk`). False
 // with `why` when the peer is absent or refuses the file (the planes also
@@ -103,6 +96,9 @@ EncodeResult Encode(Bytes pixels, uint32_t width, uint32_t height, int quality, 
 Bytes StreamBytes(MMStream* stream);
 // RGB triples to 4-byte pixels (fourth byte `filler`).
 Bytes ToPacked4(const Bytes& rgb, uint8_t filler);
+// Every decoder kernel table the CPU runs, the scalar one (the twin tests'
+// reference) first; prints which SIMD ones the test compares.
+std::vector<const kjd::Kernels*> DecoderKernels();
 
 }  // namespace keltest
 

@@ -3,6 +3,9 @@
 #include "kau/kau.h"
 #include "kiu/MMPageArrayStream.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace kjd {
 namespace {
 
@@ -84,7 +87,10 @@ int Input::Push(const void* data, unsigned long size) {
         break;
       default:
         if (toSkip_ > 0) {
-          --toSkip_;
+          // A segment's body holds no marker: step over what of it is here.
+          const uint32_t n = std::min(static_cast<uint32_t>(toSkip_), static_cast<uint32_t>(size) - i);
+          toSkip_ -= static_cast<int32_t>(n);
+          i += n - 1;
           lastByte_ = 0;
         } else if (lastByte_ == 0xFF) {
           lastByte_ = b;
@@ -95,7 +101,11 @@ int Input::Push(const void* data, unsigned long size) {
             return 0;
           }
         } else {
-          lastByte_ = b;
+          // Only an 0xFF can start a marker: jump to the next one.
+          const void* ff = std::memchr(bytes + i, 0xFF, size - i);
+          i = ff == nullptr ? static_cast<uint32_t>(size) - 1
+                            : static_cast<uint32_t>(static_cast<const unsigned char*>(ff) - bytes);
+          lastByte_ = bytes[i];
         }
     }
   }

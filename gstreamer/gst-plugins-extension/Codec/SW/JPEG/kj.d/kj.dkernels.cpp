@@ -6,17 +6,22 @@
 #include "kj.dkernels.h"
 
 #include "kau/kaucpu.h"
+#include "kiu/kiu.h"
 #include "kj.d.h"
 
 namespace kjd {
 namespace {
 
-const Kernels kScalar{"scalar", Decoder::IDCT_8x8, Decoder::IDCT_4x4};
+const Kernels kScalar{"scalar", Decoder::IDCT_8x8, Decoder::IDCT_4x4, kiu::ConvertYUV211toRGBARows,
+                      kiu::ConvertYUV111toRGBARow};
 #if defined(__x86_64__)
-const Kernels kSse2{"sse2", IDCT_8x8_sse2, IDCT_4x4_sse2};
-const Kernels kAvx2{"avx2", IDCT_8x8_avx2, IDCT_4x4_avx2};
+const Kernels kSse2{"sse2", IDCT_8x8_sse2, IDCT_4x4_sse2, ConvertYUV211toRGBARows_sse2,
+                    ConvertYUV111toRGBARow_sse2};
+const Kernels kAvx2{"avx2", IDCT_8x8_avx2, IDCT_4x4_avx2, ConvertYUV211toRGBARows_avx2,
+                    ConvertYUV111toRGBARow_avx2};
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-const Kernels kNeon{"neon", IDCT_8x8_neon, IDCT_4x4_neon};
+const Kernels kNeon{"neon", IDCT_8x8_neon, IDCT_4x4_neon, ConvertYUV211toRGBARows_neon,
+                    ConvertYUV111toRGBARow_neon};
 #endif
 
 const Kernels* TableOf(kau::Isa isa) {

@@ -11,11 +11,19 @@
 namespace kjd {
 
 using IdctKernel = void (*)(int32_t* block, unsigned char** rows, unsigned long column);
+// The row converters kiu::ConvertYUV211toRGBARows and ConvertYUV111toRGBARow.
+using Rgba211Row = void(uint32_t count, const unsigned char* y0, const unsigned char* y1,
+                        const unsigned char* cb, const unsigned char* cr, unsigned char alpha,
+                        unsigned char* out0, unsigned char* out1);
+using Rgba111Row = void(uint32_t count, const unsigned char* y, const unsigned char* cb,
+                        const unsigned char* cr, unsigned char alpha, unsigned char* out);
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   IdctKernel idct8x8;
-  IdctKernel idct4x4;  // 1/2 scale
+  IdctKernel idct4x4;   // 1/2 scale
+  Rgba211Row* rgba211;  // 4:2:2 rows, and 4:2:0 row pairs
+  Rgba111Row* rgba111;
 };
 
 // The best variant the running CPU supports, picked on first use.
@@ -32,6 +40,10 @@ void IDCT_8x8_neon(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_4x4_avx2(int32_t* block, unsigned char** rows, unsigned long column);
 void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column);
+
+// SIMD twins of kiu::ConvertYUV211toRGBARows and ConvertYUV111toRGBARow.
+Rgba211Row ConvertYUV211toRGBARows_sse2, ConvertYUV211toRGBARows_avx2, ConvertYUV211toRGBARows_neon;
+Rgba111Row ConvertYUV111toRGBARow_sse2, ConvertYUV111toRGBARow_avx2, ConvertYUV111toRGBARow_neon;
 
 }  // namespace kjd
 

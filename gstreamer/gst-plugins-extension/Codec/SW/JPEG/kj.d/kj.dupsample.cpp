@@ -6,6 +6,7 @@
 #include "kj.dupsample.h"
 
 #include "kiu/kiu.h"
+#include "kj.dkernels.h"
 
 namespace kjd {
 namespace {
@@ -312,6 +313,7 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
 
   const unsigned long W = outputWidth;
   const unsigned char alpha = alphaValue;
+  const Kernels& rgba = Kernels_Active();
   // Every iMCU row is decoded even when an I420 picture drops the last row,
   // so that a fault there still fails the decode.
   for (int done = 0; !done && (i420 || !sink.Full());) {
@@ -360,26 +362,25 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
         break;
       }
       case Plan::kMerged111:
-      case Plan::kMerged211: {
-        const auto convert = plan == Plan::kMerged111 ? kiu::ConvertYUV111toRGBA : kiu::ConvertYUV211toRGBA;
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
-          unsigned char** rows[3] = {samples[0] + r, samples[1] + r, samples[2] + r};
-          convert(W, rows, alpha, sink.Row());
+          rgba.rgba111(W, samples[0][r], samples[1][r], samples[2][r], alpha, sink.Row());
           sink.Done();
         }
         break;
-      }
+      case Plan::kMerged211:
+        for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
+          rgba.rgba211(W, samples[0][r], nullptr, samples[1][r], samples[2][r], alpha, sink.Row(), nullptr);
+          sink.Done();
+        }
+        break;
       case Plan::kMerged420:
         // Pairs of rows share a chroma row; an odd last row goes alone.
         for (uint32_t r = 0; r < S && !sink.Full(); ++r) {
-          unsigned char** rows[3] = {samples[0] + 2 * r, samples[1] + r, samples[2] + r};
           unsigned char* at = sink.Row();
-          if (static_cast<unsigned long>(target.end - at) >= 2 * target.stride) {
-            kiu::ConvertYUV420toRGBA2(W, rows, alpha, at);
-            sink.Done();
-          } else {
-            kiu::ConvertYUV420toRGBA(W, rows, alpha, at);
-          }
+          const bool pair = static_cast<unsigned long>(target.end - at) >= 2 * target.stride;
+          rgba.rgba211(W, samples[0][2 * r], pair ? samples[0][2 * r + 1] : nullptr, samples[1][r],
+                       samples[2][r], alpha, at, pair ? at + target.stride : nullptr);
+          if (pair) sink.Done();
           sink.Done();
         }
         break;
