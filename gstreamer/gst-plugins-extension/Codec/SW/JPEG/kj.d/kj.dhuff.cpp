@@ -188,6 +188,37 @@ inline int32_t EntryValue(BitReader& r, uint32_t e) {
   return s != 0 ? Receive(r, s) : 0;
 }
 
+// Bit k of kZigzagBits[row][m] is set when zigzag index k falls in `row`
+// at a column whose bit is set in m: turns a row's non-zero mask into bits
+// of zigzag indices.
+struct ZigzagBits {
+  uint64_t bits[8][256];
+};
+constexpr ZigzagBits MakeZigzagBits() {
+  ZigzagBits z{};
+  for (int k = 0; k < 64; ++k) {
+    const int at = Decoder::jpegNaturalOrder[k];
+    for (int m = 0; m < 256; ++m)
+      if ((m >> (at & 7)) & 1) z.bits[at >> 3][m] |= uint64_t{1} << k;
+  }
+  return z;
+}
+constexpr ZigzagBits kZigzagBits = MakeZigzagBits();
+
+// The non-zero coefficients of a block as bits of their zigzag indices.
+inline uint64_t NonZeroZigzag(const Coef* block) {
+  typedef int32_t S4 __attribute__((vector_size(16)));
+  uint64_t m = 0;
+  for (int row = 0; row < 8; ++row) {
+    S4 a, b;
+    __builtin_memcpy(&a, block + 8 * row, sizeof a);
+    __builtin_memcpy(&b, block + 8 * row + 4, sizeof b);
+    const S4 lanes = ((a != 0) & S4{1, 2, 4, 8}) | ((b != 0) & S4{16, 32, 64, 128});
+    m |= kZigzagBits.bits[row][lanes[0] | lanes[1] | lanes[2] | lanes[3]];
+  }
+  return m;
+}
+
 }  // namespace
 
 // Appends bits to `code` one at a time until it fits a code of its length;
@@ -464,40 +495,49 @@ void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
   const int32_t p1 = static_cast<int32_t>(1u << d->Al);
   const int32_t m1 = -p1;
   const int32_t* natural = jpegNaturalOrder;
+  const uint64_t band = (~uint64_t{0} >> (63 - se)) & (~uint64_t{0} << d->Ss);
+  // Non-zero coefficients of the band by zigzag index: the walks visit only
+  // those (for correction bits) and count zero ones by bits, not one by one.
+  uint64_t nonZero = NonZeroZigzag(block) & band;
+  auto correct = [&](uint64_t which) {
+    for (; which != 0; which &= which - 1) {
+      Coef* coef = block + natural[__builtin_ctzll(which)];
+      if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef = Wrap(static_cast<uint32_t>(*coef) + (*coef >= 0 ? p1 : m1));
+    }
+  };
   int k = static_cast<int>(d->Ss);
   if (d->eobRun == 0) {
-    for (; k <= se; ++k) {
-      int symbol = Decode(r, t);
-      int run = symbol >> 4;
-      int s = symbol & 15;
+    while (k <= se) {
+      const uint32_t e = DecodeEntry(r, t);
+      int run = static_cast<int>(e >> 12) & 15;
+      const int s = static_cast<int>(e >> 8) & 15;
       int32_t value = 0;
       if (s != 0) {
         if (s != 1) kau::Throw(kSiteRefineSymbol);
-        value = ReadBits(r, 1) != 0 ? p1 : m1;
+        const bool positive = (e & kLookValue) != 0 ? static_cast<int32_t>(e) > 0 : ReadBits(r, 1) != 0;
+        value = positive ? p1 : m1;
       } else if (run != 15) {
         d->eobRun = 1u << run;
         if (run != 0) d->eobRun += ReadBits(r, run);
         break;
       }
-      do {
-        Coef* coef = block + natural[k];
-        if (*coef != 0) {
-          if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef += *coef >= 0 ? p1 : m1;
-        } else if (--run < 0) {
-          break;
-        }
-        ++k;
-      } while (k <= se);
-      if (value != 0) block[natural[k]] = value;
+      // Stop on the zero coefficient after `run` others, or past Se; every
+      // non-zero one on the way takes a correction bit.
+      const uint64_t ahead = band & (~uint64_t{0} << k);
+      uint64_t zeros = ahead & ~nonZero;
+      for (; run > 0 && zeros != 0; --run) zeros &= zeros - 1;
+      const uint64_t stopBit = zeros & (0 - zeros);
+      const int stop = stopBit != 0 ? __builtin_ctzll(stopBit) : se + 1;
+      correct(nonZero & ahead & (stopBit - 1));
+      if (value != 0) {
+        block[natural[stop]] = value;
+        nonZero |= stopBit;
+      }
+      k = stop + 1;
     }
   }
   if (d->eobRun > 0) {
-    for (; k <= se; ++k) {
-      Coef* coef = block + natural[k];
-      if (*coef != 0) {
-        if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef += *coef >= 0 ? p1 : m1;
-      }
-    }
+    if (k <= se) correct(nonZero & (~uint64_t{0} << k));
     --d->eobRun;
   }
   r.Store();
