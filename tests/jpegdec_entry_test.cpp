@@ -30,8 +30,7 @@ struct Picture {
   ~Picture() { kau::mem::Delete(image.data); }
 };
 
-#define REQUIRE_CJPEG() \
-  KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg")
+#define REQUIRE_CJPEG() KEL_REQUIRE_PEER(keltest::HaveTool("cjpeg"), "cjpeg")
 
 TEST(RequestedSize, PicksTheDctScaleThenRescalesKeepingTheAspectRatio) {
   REQUIRE_CJPEG();

@@ -6,8 +6,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <string>
 #include <random>
+#include <string>
 
 #include "kj.d/kj.d.h"
 #include "kj.d/kj.dkernels.h"
@@ -103,11 +103,11 @@ TEST(Idct, SimdKernelsMatchTheScalarTwin) {
     const int32_t range = shape == 7 ? INT32_MAX : shape == 6 ? 1 << 20 : 2048;
     kjd::Coef block[64] = {};
     for (int k = 0; k < 64; ++k) {
-      const bool keep = shape == 0   ? k == 0                   // DC only
-                        : shape == 1 ? k % 8 == 0                // AC only down the columns
-                        : shape == 2 ? k < 8                     // first row only
-                        : shape == 3 ? k % 8 < 4 && k < 32       // top-left quarter
-                        : shape == 4 ? rng() % 6 == 0            // sparse
+      const bool keep = shape == 0   ? k == 0               // DC only
+                        : shape == 1 ? k % 8 == 0           // AC only down the columns
+                        : shape == 2 ? k < 8                // first row only
+                        : shape == 3 ? k % 8 < 4 && k < 32  // top-left quarter
+                        : shape == 4 ? rng() % 6 == 0       // sparse
                                      : true;
       if (keep) block[k] = std::uniform_int_distribution<int32_t>(-range, range)(rng);
     }
@@ -122,7 +122,8 @@ TEST(Idct, SimdKernelsMatchTheScalarTwin) {
       const bool half = trial % 3 == 0;
       (half ? kernels[0]->idct4x4 : kernels[0]->idct8x8)(a, ra, column);
       (half ? kernels[i]->idct4x4 : kernels[i]->idct8x8)(b, rb, column);
-      ASSERT_EQ(0, std::memcmp(sa, sb, sizeof sa)) << kernels[i]->name << (half ? " 4x4" : " 8x8") << " trial " << trial;
+      ASSERT_EQ(0, std::memcmp(sa, sb, sizeof sa))
+          << kernels[i]->name << (half ? " 4x4" : " 8x8") << " trial " << trial;
     }
   }
 }

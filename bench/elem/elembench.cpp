@@ -12,9 +12,9 @@
 // appsrc, frame after frame, for the encoders. jpegdec decodes with the
 // accurate DCT, as ours does; jpegenc keeps its fast DCT, as ours for I420.
 // --markdown and --tsv append rows shaped as kelbench's (--columns cells).
+#include <getopt.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
-#include <getopt.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -75,8 +75,8 @@ double Run(const std::string& description, GstBuffer* frame = nullptr, int frame
     gst_object_unref(src);
   }
   GstBus* bus = gst_element_get_bus(pipeline);
-  GstMessage* message =
-      gst_bus_timed_pop_filtered(bus, GST_CLOCK_TIME_NONE, GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
+  GstMessage* message = gst_bus_timed_pop_filtered(bus, GST_CLOCK_TIME_NONE,
+                                                   GstMessageType(GST_MESSAGE_EOS | GST_MESSAGE_ERROR));
   const double seconds = CpuSeconds() - start;
   if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR) Fail("error in \"" + description + "\"");
   gst_message_unref(message);
@@ -89,10 +89,11 @@ double Run(const std::string& description, GstBuffer* frame = nullptr, int frame
 // The picture's I420 frame as jpegdec gives it.
 GstBuffer* DecodeOnce(const std::string& file, int* width, int* height) {
   GError* error = nullptr;
-  GstElement* pipeline = gst_parse_launch(
-      ("filesrc location=\"" + file + "\" ! jpegdec ! videoconvert ! video/x-raw,format=I420 ! appsink name=sink")
-          .c_str(),
-      &error);
+  GstElement* pipeline =
+      gst_parse_launch(("filesrc location=\"" + file +
+                        "\" ! jpegdec ! videoconvert ! video/x-raw,format=I420 ! appsink name=sink")
+                           .c_str(),
+                       &error);
   if (pipeline == nullptr || error != nullptr) Fail("cannot decode " + file);
   GstElement* sink = gst_bin_get_by_name(GST_BIN(pipeline), "sink");
   gst_element_set_state(pipeline, GST_STATE_PLAYING);
@@ -120,7 +121,7 @@ std::string ReadFile(const std::string& path) {
 
 struct Row {
   std::string picture, work, ours, peer, source;  // pipelines
-  GstBuffer* frame = nullptr;                      // for appsrc, else null
+  GstBuffer* frame = nullptr;                     // for appsrc, else null
   int frames = 0;
 };
 
@@ -158,28 +159,43 @@ int main(int argc, char** argv) {
   std::string pluginDir, filter, markdown, tsv, work = ".";
   double seconds = 1.0;
   int reps = 5, columns = 5;
-  const option longOptions[] = {{"plugin-dir", required_argument, nullptr, 'p'},
-                                {"picture", required_argument, nullptr, 'i'},
-                                {"work", required_argument, nullptr, 'w'},
-                                {"seconds", required_argument, nullptr, 's'},
-                                {"reps", required_argument, nullptr, 'r'},
-                                {"filter", required_argument, nullptr, 'f'},
-                                {"columns", required_argument, nullptr, 'c'},
-                                {"markdown", required_argument, nullptr, 'm'},
-                                {"tsv", required_argument, nullptr, 't'},
-                                {nullptr, 0, nullptr, 0}};
+  const option longOptions[] = {
+      {"plugin-dir", required_argument, nullptr, 'p'}, {"picture", required_argument, nullptr, 'i'},
+      {"work", required_argument, nullptr, 'w'},       {"seconds", required_argument, nullptr, 's'},
+      {"reps", required_argument, nullptr, 'r'},       {"filter", required_argument, nullptr, 'f'},
+      {"columns", required_argument, nullptr, 'c'},    {"markdown", required_argument, nullptr, 'm'},
+      {"tsv", required_argument, nullptr, 't'},        {nullptr, 0, nullptr, 0}};
   for (int c; (c = getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
     switch (c) {
-      case 'p': pluginDir = optarg; break;
-      case 'i': pictures.push_back(optarg); break;
-      case 'w': work = optarg; break;
-      case 's': seconds = std::atof(optarg); break;
-      case 'r': reps = std::max(1, std::atoi(optarg)); break;
-      case 'f': filter = optarg; break;
-      case 'c': columns = std::max(5, std::atoi(optarg)); break;
-      case 'm': markdown = optarg; break;
-      case 't': tsv = optarg; break;
-      default: Fail("unknown option");
+      case 'p':
+        pluginDir = optarg;
+        break;
+      case 'i':
+        pictures.push_back(optarg);
+        break;
+      case 'w':
+        work = optarg;
+        break;
+      case 's':
+        seconds = std::atof(optarg);
+        break;
+      case 'r':
+        reps = std::max(1, std::atoi(optarg));
+        break;
+      case 'f':
+        filter = optarg;
+        break;
+      case 'c':
+        columns = std::max(5, std::atoi(optarg));
+        break;
+      case 'm':
+        markdown = optarg;
+        break;
+      case 't':
+        tsv = optarg;
+        break;
+      default:
+        Fail("unknown option");
     }
   }
   if (!pluginDir.empty()) setenv("GST_PLUGIN_PATH", pluginDir.c_str(), 1);
@@ -207,13 +223,14 @@ int main(int argc, char** argv) {
     }
     const std::string parsed = "filesrc location=\"" + stream + "\" ! jpegparse ! ";
     rows.push_back({picture, "element decode (filesrc ! jpegparse ! DEC ! fakesink)",
-                    parsed + "keljpeg_dec ! fakesink", parsed + "jpegdec idct-method=islow ! fakesink", parsed + "fakesink", nullptr,
-                    frames});
+                    parsed + "keljpeg_dec ! fakesink", parsed + "jpegdec idct-method=islow ! fakesink",
+                    parsed + "fakesink", nullptr, frames});
     const std::string caps = "appsrc name=src is-live=false format=time block=false max-bytes=0 caps=\"" +
                              std::string("video/x-raw,format=I420,width=") + std::to_string(width) +
                              ",height=" + std::to_string(height) + ",framerate=30/1\" ! ";
-    rows.push_back({picture, "element encode (appsrc ! ENC ! fakesink)", caps + "keljpeg_enc quality=85 ! fakesink",
-                    caps + "jpegenc quality=85 ! fakesink", caps + "fakesink", frame, frames / 2});
+    rows.push_back({picture, "element encode (appsrc ! ENC ! fakesink)",
+                    caps + "keljpeg_enc quality=85 ! fakesink", caps + "jpegenc quality=85 ! fakesink",
+                    caps + "fakesink", frame, frames / 2});
   }
 
   std::ofstream md, tsvOut;
@@ -225,13 +242,13 @@ int main(int argc, char** argv) {
     const Result r = Measure(row, reps);
     const std::string peerName = row.frame == nullptr ? "jpegdec (islow)" : "jpegenc";
     const std::string check = "fps ours " + Fixed(1e3 / r.oursMs, 1) + ", " + peerName + " " +
-                              Fixed(1e3 / r.peerMs, 1) + ", source alone " + Fixed(1e3 / r.sourceMs, 1) + " (" +
-                              Fixed(r.sourceMs, 2) + " ms/frame, included in both)";
+                              Fixed(1e3 / r.peerMs, 1) + ", source alone " + Fixed(1e3 / r.sourceMs, 1) +
+                              " (" + Fixed(r.sourceMs, 2) + " ms/frame, included in both)";
     std::printf("%-75s ratio %.2f  %s\n", key.c_str(), r.ratio, check.c_str());
     std::fflush(stdout);
     if (md.is_open()) {
-      md << "| " << row.picture << " | " << row.work << " vs " << peerName << " | " << Fixed(r.oursMs, 2) << " | "
-         << Fixed(r.peerMs, 2) << " | **" << Fixed(r.ratio, 2) << "** |";
+      md << "| " << row.picture << " | " << row.work << " vs " << peerName << " | " << Fixed(r.oursMs, 2)
+         << " | " << Fixed(r.peerMs, 2) << " | **" << Fixed(r.ratio, 2) << "** |";
       for (int c = 5; c < columns - 1; ++c) md << " |";
       md << " " << check << " |\n";
     }

@@ -14,6 +14,22 @@ constexpr int kIsaCount = 4;
 // always last. Returns the number written to `out`.
 int Cpu_Runnable(Isa out[kIsaCount]);
 
+// One family's table for `isa`, out of its variants (null where it has none).
+template <typename Table>
+const Table* Cpu_Variant(Isa isa, const Table* scalar, const Table* sse2, const Table* avx2,
+                         const Table* neon) {
+  switch (isa) {
+    case Isa::Sse2:
+      return sse2;
+    case Isa::Avx2:
+      return avx2;
+    case Isa::Neon:
+      return neon;
+    default:
+      return scalar;
+  }
+}
+
 // The best table of a kernel family; `tableOf` returns null for a set the
 // family has no variant of.
 template <typename Table>

@@ -299,8 +299,8 @@ void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes
   }
 }
 
-void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,
-                     unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
+void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1,
+                     unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
   for (uint32_t x = 0; x + 1 < width; x += 2, row0 += 6, row1 += 6) {
     outY0[x] = row0[0];
     outY0[x + 1] = row0[3];

@@ -111,7 +111,8 @@ inline void RoundTripPixel(int y, int cb, int cr, const RoundTrip& t, uint8_t& y
   }
   const ChromaOffsets o = ChromaOffsetsOf(cb, cr);
   const ColorTables& c = colorTables;
-  const unsigned char r = ubyteRangeLimit[y + o.r], g = ubyteRangeLimit[y + o.g], b = ubyteRangeLimit[y + o.b];
+  const unsigned char r = ubyteRangeLimit[y + o.r], g = ubyteRangeLimit[y + o.g],
+                      b = ubyteRangeLimit[y + o.b];
   yy = static_cast<uint8_t>((c.rToY[r] + c.gToY[g] + c.bToY[b]) >> 16);
   u = static_cast<uint8_t>((c.rToCb[r] + c.gToCb[g] + c.bToCb[b]) >> 16);
   v = static_cast<uint8_t>((c.bToCb[r] + c.gToCr[g] + c.bToCr[b]) >> 16);
@@ -190,8 +191,8 @@ void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes
                       unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 // I420 rows of even `width` from two rows of packed 3-byte Y, U, V pixels:
 // luma as it is, chroma the rounded 2x2 average.
-void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1, unsigned char* outY0,
-                     unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1,
+                     unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV);
 
 // Format code of a three- or four-letter name, case-insensitive; throws on
 // a null, longer or unknown name.

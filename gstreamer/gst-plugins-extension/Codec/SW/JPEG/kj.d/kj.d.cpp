@@ -203,7 +203,8 @@ void Decoder::PlanOutput(long width, long height) {
     dctScaledSize = 8 / d;
     outputWidth = kau::CeilDiv(imageWidth, d);
     outputHeight = kau::CeilDiv(imageHeight, d);
-    rescale = static_cast<int32_t>(outputWidth) != targetWidth || static_cast<int32_t>(outputHeight) != targetHeight;
+    rescale = static_cast<int32_t>(outputWidth) != targetWidth ||
+              static_cast<int32_t>(outputHeight) != targetHeight;
   }
   if (outputWidth > 0x3FFFFFFF) kau::Throw(kSiteOutputTooWide);
   if (uint64_t{outputHeight} * outputWidth * 4 > UINT32_MAX) kau::Throw(kSiteOutputTooLarge);

@@ -152,7 +152,8 @@ class Decoder : public kiu::Decoder {
     // Chroma repeated into full rows before a row converter; the other plans
     // read the inverse-DCT rows of the layout-specific controllers.
     bool Upsampled() const {
-      return plan == OutputPlan::kReplicated || plan == OutputPlan::kResampled || plan == OutputPlan::kYuvOfRgb;
+      return plan == OutputPlan::kReplicated || plan == OutputPlan::kResampled ||
+             plan == OutputPlan::kYuvOfRgb;
     }
   };
   // Where the rows go: packed rows of `stride` bytes up to `end`, or I420
@@ -233,8 +234,8 @@ class Decoder : public kiu::Decoder {
   static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks);
   static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, BitWord& buffer, int32_t& bits,
                              const DerivedTable* table);
-  static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, BitWord& buffer,
-                                   int32_t& bits, const DerivedTable* table);
+  static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, BitWord& buffer, int32_t& bits,
+                                   const DerivedTable* table);
 
   // ---- Coefficient controllers (kj.dcoef) ----
   // The per-MCU step shared by every controller: restart, count, decode.
@@ -300,9 +301,9 @@ class Decoder : public kiu::Decoder {
   static void IDCT_1x1(Coef* block, unsigned char** rows, unsigned long column);
 
   static constexpr int32_t jpegNaturalOrder[80] = {
-      0, 1, 8, 16, 9, 2, 3, 10, 17, 24, 32, 25, 18, 11, 4, 5, 12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6, 7,
-      14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31, 39,
-      46, 53, 60, 61, 54, 47, 55, 62, 63,
+      0, 1, 8, 16, 9, 2, 3, 10, 17, 24, 32, 25, 18, 11, 4, 5, 12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,
+      7, 14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31,
+      39, 46, 53, 60, 61, 54, 47, 55, 62, 63,
       // Guard: a corrupt run length lands on coefficient 63.
       63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
 

@@ -318,7 +318,8 @@ void Decoder::Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table) {
         uint32_t e = PlainSymbol(symbol) | static_cast<uint32_t>(l);
         if (s != 0 && s <= rest) {
           const int32_t v = Extend(suffix >> (rest - s), s);
-          e = (static_cast<uint32_t>(v) << 16) | PlainSymbol(symbol) | kLookValue | static_cast<uint32_t>(l + s);
+          e = (static_cast<uint32_t>(v) << 16) | PlainSymbol(symbol) | kLookValue |
+              static_cast<uint32_t>(l + s);
         }
         t->look[first + suffix] = e;
       }
@@ -502,7 +503,8 @@ void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
   auto correct = [&](uint64_t which) {
     for (; which != 0; which &= which - 1) {
       Coef* coef = block + natural[__builtin_ctzll(which)];
-      if (ReadBits(r, 1) != 0 && (*coef & p1) == 0) *coef = Wrap(static_cast<uint32_t>(*coef) + (*coef >= 0 ? p1 : m1));
+      if (ReadBits(r, 1) != 0 && (*coef & p1) == 0)
+        *coef = Wrap(static_cast<uint32_t>(*coef) + (*coef >= 0 ? p1 : m1));
     }
   };
   int k = static_cast<int>(d->Ss);

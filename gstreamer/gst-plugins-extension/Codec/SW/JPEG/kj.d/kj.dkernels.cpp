@@ -12,41 +12,50 @@
 namespace kjd {
 namespace {
 
-const Kernels kScalar{"scalar",
-                      Decoder::IDCT_8x8,
-                      Decoder::IDCT_4x4,
-                      kiu::ConvertYUV211toRGBARows,
-                      kiu::ConvertYUV111toRGBARow,
-                      kiu::ConvertYUV420toI420};
+const Kernels kScalar{
+    "scalar",
+    Decoder::IDCT_8x8,
+    Decoder::IDCT_4x4,
+    kiu::ConvertYUV211toRGBARows,
+    kiu::ConvertYUV111toRGBARow,
+    kiu::ConvertYUV420toI420,
+};
 #if defined(__x86_64__)
 const Kernels kSse2{
-    "sse2",           IDCT_8x8_sse2, IDCT_4x4_sse2, ConvertYUV211toRGBARows_sse2, ConvertYUV111toRGBARow_sse2,
-    YUV420toI420_sse2};
+    "sse2",
+    IDCT_8x8_sse2,
+    IDCT_4x4_sse2,
+    ConvertYUV211toRGBARows_sse2,
+    ConvertYUV111toRGBARow_sse2,
+    YUV420toI420_sse2,
+};
 const Kernels kAvx2{
-    "avx2",           IDCT_8x8_avx2, IDCT_4x4_avx2, ConvertYUV211toRGBARows_avx2, ConvertYUV111toRGBARow_avx2,
-    YUV420toI420_avx2};
+    "avx2",
+    IDCT_8x8_avx2,
+    IDCT_4x4_avx2,
+    ConvertYUV211toRGBARows_avx2,
+    ConvertYUV111toRGBARow_avx2,
+    YUV420toI420_avx2,
+};
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
 const Kernels kNeon{
-    "neon",           IDCT_8x8_neon, IDCT_4x4_neon, ConvertYUV211toRGBARows_neon, ConvertYUV111toRGBARow_neon,
-    YUV420toI420_neon};
+    "neon",
+    IDCT_8x8_neon,
+    IDCT_4x4_neon,
+    ConvertYUV211toRGBARows_neon,
+    ConvertYUV111toRGBARow_neon,
+    YUV420toI420_neon,
+};
 #endif
 
 const Kernels* TableOf(kau::Isa isa) {
-  switch (isa) {
 #if defined(__x86_64__)
-    case kau::Isa::Sse2:
-      return &kSse2;
-    case kau::Isa::Avx2:
-      return &kAvx2;
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, &kSse2, &kAvx2, nullptr);
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-    case kau::Isa::Neon:
-      return &kNeon;
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, nullptr, nullptr, &kNeon);
+#else
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, nullptr, nullptr, nullptr);
 #endif
-    case kau::Isa::Scalar:
-      return &kScalar;
-    default:
-      return nullptr;
-  }
 }
 
 }  // namespace

@@ -266,9 +266,7 @@ class RowSink {
     row_ += 2;
     return r;
   }
-  unsigned char* Plane(int i, uint32_t row) const {
-    return t_.planes[i] + uint64_t{row} * t_.strides[i];
-  }
+  unsigned char* Plane(int i, uint32_t row) const { return t_.planes[i] + uint64_t{row} * t_.strides[i]; }
 
  private:
   const Decoder::OutputTarget& t_;

@@ -9,31 +9,31 @@ namespace kje {
 namespace {
 
 // Sampling has no SIMD variant yet: every table shares the scalar rows.
-const Kernels kScalar{"scalar", Huff_NonZero_scalar, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
+const Kernels kScalar{
+    "scalar", Huff_NonZero_scalar, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2,
+};
 #if defined(__x86_64__)
-const Kernels kSse2{"sse2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
+const Kernels kSse2{
+    "sse2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2,
+};
 // SSE2 is as fast for 64 values.
-const Kernels kAvx2{"avx2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
+const Kernels kAvx2{
+    "avx2", Huff_NonZero_sse2, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2,
+};
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-const Kernels kNeon{"neon", Huff_NonZero_neon, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2};
+const Kernels kNeon{
+    "neon", Huff_NonZero_neon, Sample_YccRow, Sample_YccRowH2V1, Sample_YccRowH2V2,
+};
 #endif
 
 const Kernels* TableOf(kau::Isa isa) {
-  switch (isa) {
 #if defined(__x86_64__)
-    case kau::Isa::Sse2:
-      return &kSse2;
-    case kau::Isa::Avx2:
-      return &kAvx2;
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, &kSse2, &kAvx2, nullptr);
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
-    case kau::Isa::Neon:
-      return &kNeon;
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, nullptr, nullptr, &kNeon);
+#else
+  return kau::Cpu_Variant<Kernels>(isa, &kScalar, nullptr, nullptr, nullptr);
 #endif
-    case kau::Isa::Scalar:
-      return &kScalar;
-    default:
-      return nullptr;
-  }
 }
 
 }  // namespace
