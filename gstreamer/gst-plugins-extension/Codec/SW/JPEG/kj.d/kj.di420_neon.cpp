@@ -2,7 +2,6 @@
 #include "kj.dkernels.h"
 
 #if defined(__arm__) && defined(__ARM_NEON)
-#define KJ_I420_PAIRS 8
 #include "kj.di420_simd.h"
 
 namespace kjd {

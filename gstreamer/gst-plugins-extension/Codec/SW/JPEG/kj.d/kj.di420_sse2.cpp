@@ -2,7 +2,6 @@
 #include "kj.dkernels.h"
 
 #if defined(__x86_64__) && defined(__SSE2__)
-#define KJ_I420_PAIRS 8
 #include "kj.di420_simd.h"
 
 namespace kjd {
