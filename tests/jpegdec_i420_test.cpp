@@ -1,8 +1,8 @@
-// The SIMD 4:2:0 to I420 kernels against their scalar twin: random rows,
+// The SIMD I420 kernels against their scalar twins. 4:2:0 rows: random rows,
 // rows that clamp (extreme luma under saturated chroma), mixtures of both,
 // every chroma pair under luma inside its safe range (the kernels compute
 // the pair's terms in their own form), and widths around the vector steps,
-// with guard bytes past every row.
+// with guard bytes past every row; chroma averages of 4:4:4 and 4:2:2 rows.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -65,6 +65,29 @@ TEST(I420Kernels, EveryVariantMatchesTheScalarTwin) {
             ASSERT_EQ(got[p], want[p]) << kernels[i]->name << " width " << width << " plane " << p << " fill "
                                        << static_cast<int>(fill) << " trial " << trial;
         }
+      }
+    }
+  }
+}
+
+TEST(I420Kernels, ChromaAveragesMatchTheScalarTwin) {
+  const kjd::Kernels* kernels[4];
+  const int n = kjd::Kernels_Runnable(kernels, 4);
+  std::mt19937 rng(7);
+  for (const uint32_t pairs : {1u, 15u, 16u, 31u, 32u, 33u, 64u, 65u, 960u}) {
+    for (const bool halved : {false, true}) {
+      const uint32_t width = halved ? pairs : 2 * pairs;
+      std::vector<unsigned char> a(width), b(width);
+      for (uint32_t i = 0; i < width; ++i) {
+        a[i] = static_cast<unsigned char>(rng());
+        b[i] = static_cast<unsigned char>(i % 3 ? rng() : 255);
+      }
+      std::vector<unsigned char> want(pairs + 40, 0xa5), got;
+      kernels[0]->i420Chroma(pairs, halved, a.data(), b.data(), want.data());
+      for (int i = 1; i < n; ++i) {
+        got.assign(want.size(), 0xa5);
+        kernels[i]->i420Chroma(pairs, halved, a.data(), b.data(), got.data());
+        ASSERT_EQ(got, want) << kernels[i]->name << " pairs " << pairs << " halved " << halved;
       }
     }
   }

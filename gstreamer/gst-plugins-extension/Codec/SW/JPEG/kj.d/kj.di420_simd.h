@@ -1,4 +1,5 @@
-// 4:2:0 samples to I420 on whole vectors of chroma pairs: the algorithm once
+// Samples to I420 on whole vectors of chroma pairs (4:2:0 rows converted,
+// other rows' chroma averaged): the algorithm once
 // in GCC's generic vectors of 16-bit lanes, with a few helpers per
 // instruction set for what generic vectors compile badly (widening,
 // narrowing, multiply-high, paired multiply-adds, masks). Included by
@@ -201,6 +202,35 @@ void Yuv420ToI420(uint32_t width, const unsigned char* y0, const unsigned char* 
   if (i < pairs)
     kiu::ConvertYUV420toI420(width - 2 * i, y0 + 2 * i, y1 + 2 * i, cb + i, cr + i, outY0 + 2 * i,
                              outY1 + 2 * i, outU + i, outV + i);
+}
+
+// kiu::AverageChromaRows: 2 * kPairs samples a step.
+void AverageChroma(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                   unsigned char* out) {
+  uint32_t i = 0;
+  if (halved) {
+    for (; i + 2 * kPairs <= pairs; i += 2 * kPairs) {
+      Luma x, y;
+      std::memcpy(&x, a + i, sizeof x);
+      std::memcpy(&y, b + i, sizeof y);
+      // (x + y + 1) / 2 without leaving the bytes.
+      const Luma o = (x | y) - ((x ^ y) >> 1);
+      std::memcpy(out + i, &o, sizeof o);
+    }
+  } else {
+    for (; i + 2 * kPairs <= pairs; i += 2 * kPairs) {
+      V16 o[2];
+      for (int h = 0; h < 2; ++h) {
+        Words x, y;
+        std::memcpy(&x, a + 2 * i + h * sizeof x, sizeof x);
+        std::memcpy(&y, b + 2 * i + h * sizeof y, sizeof y);
+        o[h] = reinterpret_cast<V16>(((x & 0xff) + (x >> 8) + (y & 0xff) + (y >> 8) + 2) >> 2);
+      }
+      StoreChroma(o[0], o[1], out + i, out + i + kPairs);
+    }
+  }
+  if (i < pairs)
+    kiu::AverageChromaRows(pairs - i, halved, a + (halved ? i : 2 * i), b + (halved ? i : 2 * i), out + i);
 }
 
 }  // namespace

@@ -12,5 +12,10 @@ void YUV420toI420_sse2(uint32_t width, const unsigned char* y0, const unsigned c
   Yuv420ToI420(width, y0, y1, cb, cr, outY0, outY1, outU, outV);
 }
 
+void AverageChromaRows_sse2(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                            unsigned char* out) {
+  AverageChroma(pairs, halved, a, b, out);
+}
+
 }  // namespace kjd
 #endif
