@@ -13,9 +13,9 @@
 // accurate DCT, as ours does; jpegenc keeps its fast DCT, as ours for I420.
 // --markdown and --tsv append rows shaped as kelbench's (--columns cells).
 // Minor page faults per frame are shown too: fresh memory per frame costs
-// time that instruction counts do not see. MALLOC_MMAP_THRESHOLD_=524288 in
-// the environment makes glibc map every block above 512 KB, as it does on
-// the 32-bit device (whose threshold grows no further).
+// time that instruction counts do not see. MALLOC_MMAP_THRESHOLD_=524288
+// MALLOC_TRIM_THRESHOLD_=1048576 in the environment make glibc map and trim
+// as on the 32-bit device, whose thresholds grow no further.
 #include <getopt.h>
 #include <gst/app/gstappsrc.h>
 #include <gst/gst.h>
