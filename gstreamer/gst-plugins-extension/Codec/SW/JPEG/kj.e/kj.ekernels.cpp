@@ -17,19 +17,19 @@ const Kernels kScalar{
 const Kernels kSse2{
     "sse2",
     Huff_NonZero_sse2,
-    Sample_YccRows,
+    Sample_YccRows_sse2,
 };
 // The Huffman mask: SSE2 is as fast for 64 values.
 const Kernels kAvx2{
     "avx2",
     Huff_NonZero_sse2,
-    Sample_YccRows,
+    Sample_YccRows_avx2,
 };
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
 const Kernels kNeon{
     "neon",
     Huff_NonZero_neon,
-    Sample_YccRows,
+    Sample_YccRows_neon,
 };
 #endif
 

@@ -24,6 +24,9 @@ struct Kernels {
 uint64_t Huff_NonZero_scalar(const int32_t* block);
 uint64_t Huff_NonZero_sse2(const int32_t* block);
 uint64_t Huff_NonZero_neon(const int32_t* block);
+void Sample_YccRows_sse2(const YccRows& rows);
+void Sample_YccRows_avx2(const YccRows& rows);
+void Sample_YccRows_neon(const YccRows& rows);
 
 // The best variant the running CPU supports, picked on first use.
 const Kernels& Kernels_Active();
