@@ -14,6 +14,7 @@
 
 #include <cstdint>
 
+#include "kau/kausimd.h"
 #include "kj.esample.h"
 
 #if defined(__SSE2__)
@@ -25,8 +26,6 @@
 namespace {
 
 using kje::kYccWeights;
-
-typedef int32_t W4 __attribute__((vector_size(16)));
 
 #if defined(__SSE2__)
 // Two 16-bit weights per 32-bit lane, as pmaddwd takes them.
@@ -50,14 +49,6 @@ inline W4 Madd(W4 a, W4 w) {
   return reinterpret_cast<W4>(_mm_madd_epi16(reinterpret_cast<__m128i>(a), reinterpret_cast<__m128i>(w)));
 }
 
-// 32-bit values that fit 16 bits, as words in lane order.
-inline W4 Words(W4 lo, W4 hi) {
-  return reinterpret_cast<W4>(_mm_packs_epi32(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi)));
-}
-// Words 0..255 as bytes.
-inline W4 Bytes(W4 lo, W4 hi) {
-  return reinterpret_cast<W4>(_mm_packus_epi16(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi)));
-}
 // Sums of neighbouring words, one per 32-bit lane.
 inline W4 PairSums(W4 words) { return Madd(words, W4{} + Pair(1, 1)); }
 
@@ -129,14 +120,6 @@ inline void Channels(V px, V& y, V& cb, V& cr) {
   cb = SumOf(r, g, b, kYccWeights[1]);
   cr = SumOf(r, g, b, kYccWeights[2]);
 }
-inline W4 Words(W4 lo, W4 hi) {
-  return reinterpret_cast<W4>(
-      vcombine_s16(vmovn_s32(reinterpret_cast<int32x4_t>(lo)), vmovn_s32(reinterpret_cast<int32x4_t>(hi))));
-}
-inline W4 Bytes(W4 lo, W4 hi) {
-  return reinterpret_cast<W4>(vcombine_u8(vqmovun_s16(reinterpret_cast<int16x8_t>(lo)),
-                                          vqmovun_s16(reinterpret_cast<int16x8_t>(hi))));
-}
 inline W4 PairSums(W4 words) { return reinterpret_cast<W4>(vpaddlq_s16(reinterpret_cast<int16x8_t>(words))); }
 inline W4 Load(const unsigned char* p) { return reinterpret_cast<W4>(vld1q_u8(p)); }
 inline void StoreY(W4 bytes, unsigned char* out) { vst1q_u8(out, reinterpret_cast<uint8x16_t>(bytes)); }
@@ -150,6 +133,12 @@ inline void StoreChroma(W4 bytes, unsigned char* cb, unsigned char* cr) {
 #if defined(__SSE2__) || defined(__ARM_NEON)
 
 inline W4 Load(const unsigned char* p, W4) { return Load(p); }
+// 32-bit values that fit 16 bits, as words in lane order.
+inline W4 Words(W4 lo, W4 hi) { return reinterpret_cast<W4>(Narrow(lo, hi)); }
+// Words 0..255 as bytes.
+inline W4 Bytes(W4 lo, W4 hi) {
+  return reinterpret_cast<W4>(Saturate(reinterpret_cast<H8>(lo), reinterpret_cast<H8>(hi)));
+}
 
 // Luma of rows a and b, and chroma, at one stage of a step.
 template <class V>
