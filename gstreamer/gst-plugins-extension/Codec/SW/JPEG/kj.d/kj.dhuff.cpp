@@ -79,8 +79,12 @@ inline bool TakeByte(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_
       return true;
     }
     if (c == 0x01 && pos == d->inputEnd + 1) {
-      // The buffer's end sentinel: refill and go on.
-      Decoder::Input_Reload(d, pos);
+      // The buffer's end sentinel: refill and go on. A copy goes out, so
+      // that the caller's position never has its address taken (see
+      // Search).
+      const unsigned char* p = pos;
+      Decoder::Input_Reload(d, p);
+      pos = p;
       continue;
     }
     d->unreadMarker = c;
@@ -142,11 +146,26 @@ inline uint32_t ReadBits(BitReader& r, int32_t n) {
   return GetBits(r.buf, r.bits, n);
 }
 
+// The out-of-line code searches work on copies of the reader's state: were
+// its own fields passed by reference, their addresses would escape, and the
+// MCU loops would keep them in memory (every coefficient store might change
+// them) instead of registers.
+inline int Search(BitReader& r, const DerivedTable* t, bool nearMarker) {
+  const unsigned char* pos = r.pos;
+  BitWord buf = r.buf;
+  int32_t bits = r.bits;
+  const int symbol = nearMarker ? Decoder::Huff_DecodeNearMarker(r.d, pos, buf, bits, t)
+                                : Decoder::Huff_DecodeLong(r.d, pos, buf, bits, t);
+  r.pos = pos;
+  r.buf = buf;
+  r.bits = bits;
+  return symbol;
+}
+
 // One symbol through the 8-bit lookahead, as the decoder reads near markers.
 inline int Decode(BitReader& r, const DerivedTable* t) {
   if (r.bits < 8) {
-    if (!TakeByte(r.d, r.pos, r.buf, r.bits))
-      return Decoder::Huff_DecodeNearMarker(r.d, r.pos, r.buf, r.bits, t);
+    if (!TakeByte(r.d, r.pos, r.buf, r.bits)) return Search(r, t, true);
   }
   uint32_t look = static_cast<uint32_t>(r.buf >> (r.bits - 8)) & 0xFF;
   int n = t->lookNbits[look];
@@ -154,7 +173,7 @@ inline int Decode(BitReader& r, const DerivedTable* t) {
     r.bits -= n;
     return t->lookSym[look];
   }
-  return Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t);
+  return Search(r, t, false);
 }
 
 // One symbol through the long lookahead, as a lookahead entry whose bits are
@@ -170,7 +189,7 @@ inline uint32_t DecodeEntry(BitReader& r, const DerivedTable* t) {
     r.bits -= static_cast<int32_t>(e & kLookLength);
     return e;
   }
-  return PlainSymbol(Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t));
+  return PlainSymbol(Search(r, t, false));
 }
 
 inline int32_t Extend(uint32_t v, int s) {
