@@ -185,8 +185,11 @@ inline bool Idct8x8Narrow(const U8* r, unsigned char** rows, unsigned long colum
 }
 
 void Idct8x8Wide(int32_t* block, unsigned char** rows, unsigned long column) {
+  // Row loads one by one: a memcpy of the whole block went through a stack
+  // copy in 16-byte halves, and each 32-byte reload then waited for both.
   U8 r[8];
-  __builtin_memcpy(r, block, sizeof r);
+  for (int y = 0; y < 8; ++y)
+    r[y] = reinterpret_cast<U8>(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(block + 8 * y)));
   const U8 ac = r[1] | r[2] | r[3] | r[4] | r[5] | r[6] | r[7];
   if (AllZero8(ac | (r[0] & U8{0, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u, ~0u}))) {
     // DC only: every column takes its shortcut, then every row.
