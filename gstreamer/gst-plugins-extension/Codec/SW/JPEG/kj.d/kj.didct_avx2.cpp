@@ -179,7 +179,8 @@ inline bool Idct8x8Narrow(const U8* r, unsigned char** rows, unsigned long colum
                         _mm256_extracti128_si256(rows01, 1), _mm256_extracti128_si256(rows23, 1)};
   for (int i = 0; i < 4; ++i) {
     _mm_storel_epi64(reinterpret_cast<__m128i*>(rows[2 * i] + column), q[i]);
-    _mm_storeh_pd(reinterpret_cast<double*>(rows[2 * i + 1] + column), _mm_castsi128_pd(q[i]));
+    const uint64_t high = static_cast<uint64_t>(_mm_extract_epi64(q[i], 1));
+    __builtin_memcpy(rows[2 * i + 1] + column, &high, sizeof high);
   }
   return true;
 }
