@@ -164,41 +164,35 @@ TEST(Decoder, RefusedPicturesAreLoggedAndTheElementCarriesOn) {
   }
 }
 
-TEST(Decoder, CapsAreSetOnceForARunAndAgainOnSizeOrFramerateChange) {
+// Caps are set once for a run and again on a size or framerate change;
+// timestamps run from the framerate and re-anchor on a stamped buffer.
+TEST(Decoder, CapsAndTimestampsFollowTheStream) {
   const Bytes small = Jpeg(32, 16, 1), large = Jpeg(64, 48, 2);
   auto h = Decoder("image/jpeg, framerate=(fraction)25/1");
-  for (int i = 0; i < 3; ++i) ASSERT_EQ(h->Push(small), kFlowOk);
-  EXPECT_EQ(h->CapsSet(), 1);
-  ASSERT_EQ(h->Push(large), kFlowOk);
-  ASSERT_EQ(h->Push(large), kFlowOk);
-  EXPECT_EQ(h->CapsSet(), 2);
-  h->SetInputCaps("image/jpeg, framerate=(fraction)30/1");
-  ASSERT_EQ(h->Push(large), kFlowOk);
-  EXPECT_EQ(h->CapsSet(), 3);
-  const auto out = h->Take();
-  ASSERT_EQ(out.size(), 6u);
-  EXPECT_EQ(out[0].width, 32);
-  EXPECT_EQ(out[5].width, 64);
-  EXPECT_TRUE(Logged("DEBUG framerate 30/1 was set on sinkpad"));
-}
-
-TEST(Decoder, TimestampsRunFromTheFramerateAndReanchorOnAStampedBuffer) {
-  const Bytes jpeg = Jpeg(32, 16, 1);
-  auto h = Decoder("image/jpeg, framerate=(fraction)25/1");
   const struct {
+    const Bytes& jpeg;
+    int fps;  // input caps set anew when not 0
     uint64_t inTs, inDur, ts, dur;
+    int capsSet, width;
   } steps[] = {
-      {kNoTime, kNoTime, 0, 40 * kMs},           {kNoTime, kNoTime, 40 * kMs, 40 * kMs},
-      {kNoTime, kNoTime, 80 * kMs, 40 * kMs},    {1000 * kMs, kNoTime, 1000 * kMs, 40 * kMs},
-      {kNoTime, 10 * kMs, 1040 * kMs, 10 * kMs}, {kNoTime, kNoTime, 1050 * kMs, 40 * kMs},
+      {small, 0, kNoTime, kNoTime, 0, 40 * kMs, 1, 32},
+      {small, 0, kNoTime, kNoTime, 40 * kMs, 40 * kMs, 1, 32},
+      {small, 0, 1000 * kMs, kNoTime, 1000 * kMs, 40 * kMs, 1, 32},
+      {large, 0, kNoTime, 10 * kMs, 1040 * kMs, 10 * kMs, 2, 64},
+      {large, 0, kNoTime, kNoTime, 1050 * kMs, 40 * kMs, 2, 64},
+      {large, 30, kNoTime, kNoTime, 1090 * kMs, 1000 * kMs / 30, 3, 64},
   };
   for (const auto& s : steps) {
-    ASSERT_EQ(h->Push(jpeg, s.inTs, s.inDur), kFlowOk);
+    if (s.fps != 0) h->SetInputCaps("image/jpeg, framerate=(fraction)" + std::to_string(s.fps) + "/1");
+    ASSERT_EQ(h->Push(s.jpeg, s.inTs, s.inDur), kFlowOk);
     const auto out = h->Take();
     ASSERT_EQ(out.size(), 1u);
     EXPECT_EQ(out[0].timestamp, s.ts);
     EXPECT_EQ(out[0].duration, s.dur);
+    EXPECT_EQ(out[0].width, s.width);
+    EXPECT_EQ(h->CapsSet(), s.capsSet);
   }
+  EXPECT_TRUE(Logged("DEBUG framerate 30/1 was set on sinkpad"));
   EXPECT_TRUE(Logged("DEBUG ready to push an output buffer, ts=0:00:01.040000000, dur=0:00:00.010000000"));
 }
 
