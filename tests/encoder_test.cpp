@@ -1,7 +1,6 @@
 // Edge cases of EncodeJPG the peer comparisons do not reach: qualities out of
-// range, format codes, byte stuffing across buffer flushes, final padding,
-// exact buffer fills, planar padding, the error lines and every failure
-// path's memory.
+// range, format codes, byte stuffing across buffer flushes, exact buffer fills, planar padding, the error
+// lines and every failure path's memory.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -60,18 +59,6 @@ TEST(Formats, EveryCodeOfARangeWritesTheSameFile) {
     for (int out = 8; out <= 13; ++out)
       EXPECT_EQ(Encoded(pixels, 23, 17, 70, in, out), rgb) << in << "," << out;
   }
-}
-
-// Mid-grey: every block is DC 0 with an immediate end of block.
-TEST(Bits, FinalByteIsPaddedWithOnesAndAnAlignedEndGetsNoPadByte) {
-  const Bytes grey = {128, 128, 128, 0};
-  auto scan = [](const Bytes& jpeg) {
-    return Bytes(jpeg.begin() + keltest::ScanStart(jpeg), jpeg.end() - 2);
-  };
-  // RGB: 3 x (DC "00" + EOB "1010") = 18 bits; the last 6 are padded with 1s.
-  EXPECT_EQ(scan(Encoded(grey, 1, 1, 75, 12, 12)), (Bytes{0x28, 0xA2, 0xBF}));
-  // YCbCr: 4 x 6 luma bits + 2 x (DC "00" + EOB "00") = 32 bits, no pad byte.
-  EXPECT_EQ(scan(Encoded(grey, 1, 1, 75, 12, 16)), (Bytes{0x28, 0xA2, 0x8A, 0x00}));
 }
 
 TEST(Buffer, StuffedZeroOpensTheNextPieceWhenFFEndsAPiece) {

@@ -93,9 +93,9 @@ TEST(Feed, BadPushesThrowAtTheirSites) {
     EXPECT_EQ(keltest::ThrownAt([&] { input.Push(c.data, c.size); }), keltest::kDecDir + "kj.dinput:746");
     input.Destruct();
   }
-  testing::internal::CaptureStdout();
-  input.ResetStreamWithDataAfterEOI();  // no stream: reported, not thrown
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), keltest::Line(keltest::kDecDir + "kj.dinput", 826));
+  // No stream: reported, not thrown.
+  EXPECT_EQ(keltest::Printed([&] { input.ResetStreamWithDataAfterEOI(); }),
+            keltest::Line(keltest::kDecDir + "kj.dinput", 826));
 }
 
 TEST(Feed, IsValidLooksAtTheFirstTwoMarkers) {
@@ -116,9 +116,7 @@ TEST(Feed, IsValidLooksAtTheFirstTwoMarkers) {
     MMAttriFromAny(&rec, mmIdData, data.data(), static_cast<int>(data.size()));
     MMStream* s = MMStreamNew(&rec, 1);
     MMStreamReady(s);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(kjd::Input::IsValid(s), c.expected);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(keltest::Printed([&] { EXPECT_EQ(kjd::Input::IsValid(s), c.expected); }),
               c.line == 0 ? "" : keltest::Line(keltest::kDecDir + "kj.dinput", c.line));
     MMStreamDelete(&s);
   }

@@ -135,6 +135,14 @@ struct Picture {
   STImageSimple image{};
   ~Picture() { kau::mem::Delete(image.data); }
   Bytes Data(size_t n) const { return image.data == nullptr ? Bytes() : Bytes(image.data, image.data + n); }
+  // A packed picture of `bytes` per pixel holding `expected`.
+  void Expect(int width, int height, int bytes, const Bytes& expected) const {
+    ASSERT_EQ(image.width, static_cast<uint32_t>(width));
+    ASSERT_EQ(image.height, static_cast<uint32_t>(height));
+    EXPECT_EQ(image.stride, image.width * bytes);
+    EXPECT_EQ(image.bitsPerPixel, 8 * bytes);
+    EXPECT_TRUE(Data(expected.size()) == expected);
+  }
 };
 
 // DecodeJPG through a stream made from `rec`.
@@ -160,11 +168,7 @@ TEST_P(DecoderDiff, EntryPointsMatchPeer) {
   for (size_t i = 0; i < pixels; ++i) std::copy_n(&rgb[3 * i], 3, &expected[4 * i]);
   Picture ours;
   ASSERT_EQ(DecodeJPG(jpeg.data(), jpeg.size(), kAlpha, &ours.image, 0, 0), 1);
-  ASSERT_EQ(ours.image.width, static_cast<uint32_t>(pw));
-  ASSERT_EQ(ours.image.height, static_cast<uint32_t>(ph));
-  EXPECT_EQ(ours.image.stride, ours.image.width * 4);
-  EXPECT_EQ(ours.image.bitsPerPixel, 32);
-  EXPECT_TRUE(ours.Data(expected.size()) == expected);
+  ours.Expect(pw, ph, 4, expected);
   Bytes copy = jpeg;
   MMAttri rec;
   MMAttriFromAny(&rec, mmIdData, copy.data(), static_cast<int>(copy.size()));
@@ -196,11 +200,7 @@ TEST_P(DecoderDiff, EntryPointsMatchPeer) {
   }
   Picture packed;
   ASSERT_EQ(jpdyuv::DecodeJPG(jpeg.data(), jpeg.size(), &packed.image, false), 1);
-  ASSERT_EQ(packed.image.width, static_cast<uint32_t>(pw));
-  ASSERT_EQ(packed.image.height, static_cast<uint32_t>(ph));
-  EXPECT_EQ(packed.image.stride, packed.image.width * 3);
-  EXPECT_EQ(packed.image.bitsPerPixel, 24);
-  EXPECT_TRUE(packed.Data(yuv.size()) == yuv);
+  packed.Expect(pw, ph, 3, yuv);
 
   // jpdyuv, planar: even crop, chroma the rounded 2x2 average.
   const int w = pw & ~1, h = ph & ~1;

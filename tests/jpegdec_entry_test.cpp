@@ -17,14 +17,6 @@ using keltest::Bytes;
 using keltest::kDecDir;
 using keltest::Line;
 
-// Runs `call`, returning its result and what it printed.
-int Captured(const std::function<int()>& call, std::string* printed) {
-  testing::internal::CaptureStdout();
-  const int result = call();
-  *printed = testing::internal::GetCapturedStdout();
-  return result;
-}
-
 struct Picture {
   STImageSimple image{};
   ~Picture() { kau::mem::Delete(image.data); }
@@ -95,10 +87,9 @@ TEST(RequestedSize, NegativeValuesCountPixelsPerEightAndAMixedPairIsKept) {
     EXPECT_EQ(decoder.output.targetHeight, c.th);
   }
   // -4, 0: a zero target height cannot be scaled to.
-  std::string out;
   Picture p;
-  EXPECT_EQ(Captured([&] { return DecodeJPG(jpeg.data(), jpeg.size(), 0, &p.image, -4, 0); }, &out), 0);
-  EXPECT_EQ(out, Line("common/kiu/kiuscale", 162) + Line(kDecDir + "kj.d", 251));
+  EXPECT_EQ(keltest::Printed([&] { EXPECT_EQ(DecodeJPG(jpeg.data(), jpeg.size(), 0, &p.image, -4, 0), 0); }),
+            Line("common/kiu/kiuscale", 162) + Line(kDecDir + "kj.d", 251));
 }
 
 // ImageMagick writes CMYK as an Adobe file with transform 2 (YCCK); the
@@ -230,11 +221,8 @@ TEST(Failures, EveryEntryPointReturnsZeroWithItsLine) {
     STImageSimple image{1, 2, 3, 4, 5, nullptr};
     g_failSize = c.failSize;
     if (c.failSize != 0) kau::mem::SetExternalNewAndDelete(FailingNew, MMFree);
-    std::string out;
-    const int result = Captured([&] { return c.call(&image); }, &out);
+    EXPECT_EQ(keltest::Printed([&] { EXPECT_EQ(c.call(&image), 0); }), c.printed);
     kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(out, c.printed);
     // The record is left as it was.
     EXPECT_EQ(image.width, 1u);
     EXPECT_EQ(image.data, nullptr);
@@ -254,9 +242,8 @@ TEST(Failures, DriverLinesOnlyReachableThroughTheDecoder) {
   unsigned char* pixels = second.DecodeImage(-4, 0);
   ASSERT_NE(pixels, nullptr);
   EXPECT_TRUE(second.NeedsRescale());  // 4-byte RGB, resampled before it becomes YUV
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(keltest::ThrownAt([&] { second.ScaleImageYUV(pixels); }), kDecDir + "kj.d:203");
-  testing::internal::GetCapturedStdout();
+  keltest::Printed(
+      [&] { EXPECT_EQ(keltest::ThrownAt([&] { second.ScaleImageYUV(pixels); }), kDecDir + "kj.d:203"); });
   kau::mem::Delete(pixels);
 }
 

@@ -85,9 +85,9 @@ std::string Outcome(const Bytes& jpeg, const kjd::DecodeLimits& limits = {}, int
   STImageSimple image{};
   g_requested = 0;
   kau::mem::SetExternalNewAndDelete(CountingNew, MMFree);
-  testing::internal::CaptureStdout();
-  const int rc = DecodeJPG(jpeg.data(), jpeg.size(), 0, &image, width, height, limits);
-  const std::string printed = testing::internal::GetCapturedStdout();
+  int rc = 0;
+  const std::string printed =
+      keltest::Printed([&] { rc = DecodeJPG(jpeg.data(), jpeg.size(), 0, &image, width, height, limits); });
   kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
   kau::mem::Delete(image.data);
   if (requested != nullptr) *requested = g_requested;

@@ -34,14 +34,14 @@ class ChunkStream : public MMStream {
 // Planes decoded through a ChunkStream; empty when the decoder threw.
 std::vector<keltest::ComponentPlane> StreamPlanes(const Bytes& jpeg, std::vector<unsigned> pieces) {
   ChunkStream stream(jpeg, std::move(pieces));
-  testing::internal::CaptureStdout();
   std::vector<keltest::ComponentPlane> out;
-  try {
-    kjd::Decoder decoder(&stream, 255);
-    out = keltest::DecodePlanes(decoder);
-  } catch (const kau::Error&) {
-  }
-  testing::internal::GetCapturedStdout();
+  keltest::Printed([&] {
+    try {
+      kjd::Decoder decoder(&stream, 255);
+      out = keltest::DecodePlanes(decoder);
+    } catch (const kau::Error&) {
+    }
+  });
   return out;
 }
 

@@ -15,13 +15,13 @@ namespace {
 using kau::Error;
 
 std::string Diagnostic(void (*thrower)()) {
-  testing::internal::CaptureStdout();
-  try {
-    thrower();
-  } catch (...) {
-    kau::ReportCurrentException(kau::Site{"some/catcher", 77});
-  }
-  return testing::internal::GetCapturedStdout();
+  return keltest::Printed([&] {
+    try {
+      thrower();
+    } catch (...) {
+      kau::ReportCurrentException(kau::Site{"some/catcher", 77});
+    }
+  });
 }
 
 TEST(Diagnostic, PrintsTheThreeFormats) {
@@ -34,9 +34,8 @@ TEST(Diagnostic, PrintsTheThreeFormats) {
   EXPECT_EQ(Diagnostic([] { Error::Throw(nullptr, 5, -1); }), "\n?!exception@  +5 !?\n\n\n");
   // New reports a throwing hook and returns null.
   kau::mem::SetExternalNewAndDelete([](unsigned long) -> void* { Error::Throw("hook/src", 9, -1); }, MMFree);
-  testing::internal::CaptureStdout();
-  EXPECT_EQ(kau::mem::New(10), nullptr);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\n?!exception@ hook/src +9 !?\n\n\n");
+  EXPECT_EQ(keltest::Printed([] { EXPECT_EQ(kau::mem::New(10), nullptr); }),
+            "\n?!exception@ hook/src +9 !?\n\n\n");
   kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
 }
 

@@ -35,8 +35,6 @@ TEST(Converters, GiveTheDocumentedPixelValues) {
       {"YCCK black with full k is white", kiu::ConvertYCCKtoRGB, {0, 128, 128, 255}, {255, 255, 255}},
       {"YCCK scales by k rounding down", kiu::ConvertYCCKtoRGB, {0, 128, 128, 100}, {100, 100, 100}},
       {"YCCK clamps the inverted sum", kiu::ConvertYCCKtoRGB, {0, 255, 255, 255}, {77, 255, 30}},
-      {"planar RGB copies", kiu::ConvertRGBtoRGB, {1, 2, 3}, {1, 2, 3}},
-      {"grey to RGB repeats", kiu::ConvertGrayToRGB, {200}, {200, 200, 200}},
       {"grey to YUV has neutral chroma", kiu::ConvertGrayToYUV, {200}, {200, 128, 128}},
   };
   for (const auto& c : cases) {

@@ -19,11 +19,11 @@ Bytes Scale(int channels, Bytes src, unsigned long w, unsigned long h, unsigned 
   unsigned char* data = src.empty() ? nullptr : src.data();
   unsigned long width = w, height = h;
   unsigned char* result = nullptr;
-  testing::internal::CaptureStdout();
-  if (channels == 1) result = kiu::ScaleComponent(data, w, h, dw, dh, heap);
-  if (channels == 3) result = kiu::ScaleImage24bpp(data, width, height, dw, dh, heap);
-  if (channels == 4) result = kiu::ScaleImageRGB(data, width, height, dw, dh, heap);
-  const std::string text = testing::internal::GetCapturedStdout();
+  const std::string text = keltest::Printed([&] {
+    if (channels == 1) result = kiu::ScaleComponent(data, w, h, dw, dh, heap);
+    if (channels == 3) result = kiu::ScaleImage24bpp(data, width, height, dw, dh, heap);
+    if (channels == 4) result = kiu::ScaleImageRGB(data, width, height, dw, dh, heap);
+  });
   if (printed != nullptr) *printed = text;
   EXPECT_EQ(result, data);
   if (result == nullptr) {

@@ -1,5 +1,6 @@
 // What both adapters share: GStreamer pointed at the plug-in of this build,
-// and the elements' log lines collected.
+// the elements' log lines collected, and the element's properties, state and
+// signal.
 #include <gst/gst.h>
 
 #include <mutex>
@@ -44,6 +45,25 @@ void InitGstreamer() {
     gst_debug_set_active(TRUE);
   });
 }
+
+void ElementHarness::Watch(GstElement* element) {
+  element_ = element;
+  if (g_signal_lookup("frame-encoded", G_OBJECT_TYPE(element)) == 0) return;
+  g_signal_connect(element, "frame-encoded",
+                   G_CALLBACK(+[](GstElement*, gpointer count) { ++*static_cast<int*>(count); }), &encoded_);
+}
+
+void ElementHarness::SetInt(const char* property, int value) {
+  g_object_set(element_, property, value, NULL);
+}
+
+int ElementHarness::GetInt(const char* property) {
+  int value = 0;
+  g_object_get(element_, property, &value, NULL);
+  return value;
+}
+
+void ElementHarness::SetState(int state) { gst_element_set_state(element_, GstState(state)); }
 
 std::vector<std::string> ElementLog() {
   std::lock_guard<std::mutex> lock(logMutex);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+struct _GstElement;
+
 namespace keltest {
 
 constexpr uint64_t kNoTime = ~uint64_t(0);
@@ -38,11 +40,20 @@ class ElementHarness {
   virtual std::vector<OutBuffer> Take() = 0;
   // Times the element set caps on its source pad.
   virtual int CapsSet() const = 0;
-  virtual void SetInt(const char* property, int value) = 0;
-  virtual int GetInt(const char* property) = 0;
-  virtual int Emitted(const char* signal) const = 0;
+  void SetInt(const char* property, int value);
+  int GetInt(const char* property);
+  // Times the encoder emitted frame-encoded.
+  int Encoded() const { return encoded_; }
   // Moves the element to a GstState (1 NULL, 2 READY, 3 PAUSED, 4 PLAYING).
-  virtual void SetState(int state) = 0;
+  void SetState(int state);
+
+ protected:
+  // The adapter's element; counts frame-encoded where the element has it.
+  void Watch(_GstElement* element);
+
+ private:
+  _GstElement* element_ = nullptr;
+  int encoded_ = 0;
 };
 
 // ERROR and DEBUG lines logged in the elements' categories ("LEVEL text").

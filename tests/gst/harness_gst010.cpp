@@ -45,11 +45,7 @@ class Harness010 : public ElementHarness {
     gst_pad_set_active(src_, TRUE);
     gst_pad_set_active(sink_, TRUE);
     gst_element_set_state(element_, GST_STATE_PLAYING);
-    if (g_signal_lookup("frame-encoded", G_OBJECT_TYPE(element_)) != 0) {
-      g_signal_connect(element_, "frame-encoded",
-                       G_CALLBACK(+[](GstElement*, gpointer count) { ++*static_cast<int*>(count); }),
-                       &encoded_);
-    }
+    Watch(element_);
   }
   ~Harness010() override {
     gst_element_set_state(element_, GST_STATE_NULL);
@@ -78,14 +74,6 @@ class Harness010 : public ElementHarness {
   void PushEos() override { gst_pad_push_event(src_, gst_event_new_eos()); }
   std::vector<OutBuffer> Take() override { return std::move(out_); }
   int CapsSet() const override { return capsSet_; }
-  void SetInt(const char* property, int value) override { g_object_set(element_, property, value, NULL); }
-  int GetInt(const char* property) override {
-    int value = 0;
-    g_object_get(element_, property, &value, NULL);
-    return value;
-  }
-  int Emitted(const char*) const override { return encoded_; }
-  void SetState(int state) override { gst_element_set_state(element_, GstState(state)); }
 
  private:
   static Harness010* Of(GstPad* pad) {
@@ -117,7 +105,7 @@ class Harness010 : public ElementHarness {
   GstPad* sink_;
   GstCaps* caps_ = nullptr;
   std::vector<OutBuffer> out_;
-  int capsSet_ = 0, encoded_ = 0;
+  int capsSet_ = 0;
 };
 
 }  // namespace

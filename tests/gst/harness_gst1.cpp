@@ -9,13 +9,7 @@ namespace {
 
 class Harness1 : public ElementHarness {
  public:
-  explicit Harness1(const std::string& factory) : h_(gst_harness_new(factory.c_str())) {
-    if (g_signal_lookup("frame-encoded", G_OBJECT_TYPE(h_->element)) != 0) {
-      g_signal_connect(h_->element, "frame-encoded",
-                       G_CALLBACK(+[](GstElement*, gpointer count) { ++*static_cast<int*>(count); }),
-                       &encoded_);
-    }
-  }
+  explicit Harness1(const std::string& factory) : h_(gst_harness_new(factory.c_str())) { Watch(h_->element); }
   ~Harness1() override { gst_harness_teardown(h_); }
 
   void SetInputCaps(const std::string& caps) override { gst_harness_set_src_caps_str(h_, caps.c_str()); }
@@ -36,14 +30,6 @@ class Harness1 : public ElementHarness {
 
   std::vector<OutBuffer> Take() override { return std::move(out_); }
   int CapsSet() const override { return caps_; }
-  void SetInt(const char* property, int value) override { g_object_set(h_->element, property, value, NULL); }
-  int GetInt(const char* property) override {
-    int value = 0;
-    g_object_get(h_->element, property, &value, NULL);
-    return value;
-  }
-  int Emitted(const char*) const override { return encoded_; }
-  void SetState(int state) override { gst_element_set_state(h_->element, GstState(state)); }
 
  private:
   void Collect() {
@@ -75,7 +61,7 @@ class Harness1 : public ElementHarness {
 
   GstHarness* h_;
   std::vector<OutBuffer> out_;
-  int caps_ = 0, width_ = 0, height_ = 0, encoded_ = 0;
+  int caps_ = 0, width_ = 0, height_ = 0;
 };
 
 }  // namespace

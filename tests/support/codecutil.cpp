@@ -107,15 +107,20 @@ bool PeerRgb(const Bytes&, Bytes*, int*, int*, std::string* why, bool) {
 }
 #endif
 
+std::string Printed(const std::function<void()>& fn) {
+  testing::internal::CaptureStdout();
+  fn();
+  return testing::internal::GetCapturedStdout();
+}
+
 int EncodeTo(MMStream* stream, Bytes pixels, uint32_t width, uint32_t height, int quality, kiu::Format in,
              kiu::Format out, std::string* printed) {
   STImageSimple image{};
   image.width = width;
   image.height = height;
   image.data = pixels.empty() ? nullptr : pixels.data();
-  testing::internal::CaptureStdout();
-  const int rc = EncodeJPG(image, quality, stream, in, out);
-  const std::string text = testing::internal::GetCapturedStdout();
+  int rc = 0;
+  const std::string text = Printed([&] { rc = EncodeJPG(image, quality, stream, in, out); });
   if (printed != nullptr) *printed = text;
   return rc;
 }

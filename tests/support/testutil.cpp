@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -35,7 +36,8 @@ std::string TempPath(const std::string& name) {
   const char* base = std::getenv("KEL_TEST_TMP");
   std::string dir = base != nullptr ? base : "/tmp/keljpeg-tests";
   ::mkdir(dir.c_str(), 0755);
-  return dir + "/" + std::to_string(::getpid()) + "-" + name;
+  static std::atomic<int> counter{0};
+  return dir + "/" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + "-" + name;
 }
 
 Bytes ReadFile(const std::string& path) {
@@ -145,9 +147,7 @@ double Psnr(const uint8_t* a, const uint8_t* b, size_t n) {
 }
 
 Bytes Cjpeg(const Bytes& pixels, int width, int height, int channels, const std::string& args) {
-  static int counter = 0;
-  const std::string tag = std::to_string(++counter);
-  const std::string pnm = TempPath("src" + tag + (channels == 1 ? ".pgm" : ".ppm")), jpg = pnm + ".jpg";
+  const std::string pnm = TempPath(channels == 1 ? "src.pgm" : "src.ppm"), jpg = pnm + ".jpg";
   const std::string header = std::string(channels == 1 ? "P5" : "P6") + "\n" + std::to_string(width) + " " +
                              std::to_string(height) + "\n255\n";
   Bytes file(header.begin(), header.end());
@@ -162,10 +162,8 @@ Bytes Cjpeg(const Bytes& pixels, int width, int height, int channels, const std:
 
 Bytes MakeJpeg(int width, int height, int channels, uint32_t seed, const std::string& args,
                const std::string& scans, const std::string& jpegtranArgs) {
-  static int counter = 0;
-  const std::string tag = std::to_string(++counter);
   std::string a = args;
-  const std::string scansPath = TempPath("scans" + tag + ".txt");
+  const std::string scansPath = TempPath("scans.txt");
   const size_t at = a.find("@SCANS@");
   if (at != std::string::npos) {
     WriteFile(scansPath, Bytes(scans.begin(), scans.end()));
@@ -174,7 +172,7 @@ Bytes MakeJpeg(int width, int height, int channels, uint32_t seed, const std::st
   Bytes out = Cjpeg(PhotoLike(width, height, channels, seed), width, height, channels, a);
   std::remove(scansPath.c_str());
   if (out.empty() || jpegtranArgs.empty()) return out;
-  const std::string in = TempPath("tran" + tag + ".jpg"), tran = in + ".out";
+  const std::string in = TempPath("tran.jpg"), tran = in + ".out";
   WriteFile(in, out);
   out = Run("jpegtran " + jpegtranArgs + " -outfile " + tran + " " + in) == 0 ? ReadFile(tran) : Bytes();
   std::remove(in.c_str());

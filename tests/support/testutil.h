@@ -25,8 +25,10 @@ std::string Line(const std::string& file, int line);
 
 // "file:line" of the kau::Error `fn` throws, "none" when it returns.
 std::string ThrownAt(const std::function<void()>& fn);
+// What `fn` prints on stdout.
+std::string Printed(const std::function<void()>& fn);
 
-// A fresh path under the test's temporary directory.
+// A fresh path under the test's temporary directory, unique in the process.
 std::string TempPath(const std::string& name);
 Bytes ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const Bytes& data);
