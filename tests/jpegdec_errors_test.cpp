@@ -270,4 +270,60 @@ TEST(HostileInput, EveryTruncationDecodesOrFailsCleanly) {
   }
 }
 
+// Entropy-coded bytes of a bit string (spaces ignored), padded with ones,
+// 0xFF stuffed.
+Bytes Bits(const std::string& text) {
+  std::string bits;
+  for (char c : text)
+    if (c != ' ') bits += c;
+  bits.append((8 - bits.size() % 8) % 8, '1');
+  Bytes out;
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    out.push_back(static_cast<uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
+    if (out.back() == 0xFF) out.push_back(0);
+  }
+  return out;
+}
+
+// Corrupt progressive data can drive coefficients far beyond 16 bits: in
+// three block rows, a DC first scan (57344), an AC first scan (32768) and an
+// AC refinement (-32769). The picture equals that of a sequential file
+// coding the same dequantised coefficients, at every scale.
+TEST(HostileInput, ProgressiveCoefficientsBeyond16BitsStayExact) {
+  // DC "0" category 3, "10" category 0; AC "0" EOB, "10" category 15, "110" run 1 category 15.
+  const Bytes progressive =
+      W().Soi()
+          .Dqt()
+          .Sof(0xC2, 8, 24, {1, 0x11, 0})
+          .Dht(0x00, {1, 1}, {3, 0})
+          .Sos({1, 0}, 0, 0, 0x0D, Bits("0 111  0 000  10"))  // +7, -7, 0 at Al 13
+          .Dht(0x10, {1, 1, 1}, {0x00, 0x0F, 0x1F})
+          .Sos({1, 0}, 1, 63, 0x01, Bits("0  110 100000000000000 0  10 011111111111111 0"))
+          .Dht(0x10, {1}, {0x00})
+          .Sos({1, 0}, 1, 63, 0x10, Bits("0  0 0  0 1"))  // -32768 takes -1
+          .Eoi()
+          .b;
+  Bytes dqt16{0x10};  // 16-bit: 8192 at zigzag 0 and 2, 9 at zigzag 1, else 1
+  for (int k = 0; k < 64; ++k) {
+    const int q = k == 0 || k == 2 ? 8192 : k == 1 ? 9 : 1;
+    dqt16.insert(dqt16.end(), {static_cast<uint8_t>(q >> 8), static_cast<uint8_t>(q)});
+  }
+  // AC "0" EOB, "10" run 1 category 3, "110" category 12.
+  const Bytes sequential = W().Soi()
+                               .Seg(0xDB, dqt16)
+                               .Sof(0xC1, 8, 24, {1, 0x11, 0})
+                               .Dht(0x00, {1, 1}, {3, 0})
+                               .Dht(0x10, {1, 1, 1}, {0x00, 0x13, 0x0C})
+                               .Sos({1, 0}, 0, 63, 0, Bits("0 111 0  0 000 10 100 0  10 110 000111000110 0"))
+                               .Eoi()
+                               .b;
+  for (int scale : {8, 4, 2, 1}) {
+    SCOPED_TRACE(scale);
+    const auto want = keltest::DecodePlanes(sequential, scale);
+    const auto got = keltest::DecodePlanes(progressive, scale);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].samples, want[0].samples);
+  }
+}
+
 }  // namespace
