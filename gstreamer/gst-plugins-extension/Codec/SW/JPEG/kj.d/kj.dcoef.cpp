@@ -38,6 +38,24 @@ inline void Dequantise(Coef* __restrict out, const T* __restrict coef, const uin
     out[k] = static_cast<Coef>(static_cast<uint32_t>(static_cast<int32_t>(coef[k])) * q[k]);
 }
 
+// Narrow blocks with a table whose values are all below 32768 (any 8-bit
+// table): the 16 x 16 -> 32-bit products stay below 2^31, so they equal the
+// wrapping ones, and the loop vectorises as widening multiplies.
+inline void Dequantise(Coef* __restrict out, const int16_t* __restrict coef, const int16_t* __restrict q) {
+  for (int k = 0; k < 64; ++k) out[k] = static_cast<int32_t>(coef[k]) * static_cast<int32_t>(q[k]);
+}
+
+// One block row of the final pass: each block dequantised into `work`, then
+// transformed.
+template <class B, class Q>
+inline void TransformRow(const B* block, const Q* q, uint32_t width, uint32_t s, IdctFn idct,
+                         unsigned char** at, Coef* work) {
+  for (uint32_t column = 0; column < width; column += s, ++block) {
+    Dequantise(work, block->coef, q);
+    idct(work, at, column);
+  }
+}
+
 inline int FinishInputRow(Decoder* d) {
   if (d->inputImcuRow == d->mcuRows) {
     d->consumeInput = Decoder::Input_ReadMarkers0;
@@ -205,15 +223,19 @@ uint32_t ReadRow(Decoder* d, uint32_t row, bool last, uint32_t from, void (*deco
     const uint32_t width = c->widthInBlocks;
     void** band = c->wholeImage->rows + row * c->v;
     void** storeRows = nullptr;
-    for (uint32_t m = from; m < rows * width; ++m) {
-      // An existing band is always taken; an absent one is made only for
-      // an MCU that may change its block.
-      if (storeRows == nullptr && (band[0] != nullptr || (MayDecode(d) && !InEobRun(d))))
-        storeRows = c->wholeImage->Band(d, row * c->v, c->v, kBlockBytes);
-      B* one = storeRows != nullptr ? static_cast<B*>(storeRows[m / width]) + m % width
-                                    : reinterpret_cast<B*>(d->mcuBuffer);
-      d->Dcoef_DecodeStep(&one, decode);
-      if (sizeof(B) == sizeof(Block16) && d->spillCount != 0) return m + 1;
+    uint32_t x0 = from % width;
+    for (uint32_t y = from / width; y < rows; ++y, x0 = 0) {
+      B* store = nullptr;
+      for (uint32_t x = x0; x < width; ++x) {
+        // An existing band is always taken; an absent one is made only for
+        // an MCU that may change its block.
+        if (storeRows == nullptr && (band[0] != nullptr || (MayDecode(d) && !InEobRun(d))))
+          storeRows = c->wholeImage->Band(d, row * c->v, c->v, kBlockBytes);
+        if (store == nullptr && storeRows != nullptr) store = static_cast<B*>(storeRows[y]);
+        B* one = store != nullptr ? store + x : reinterpret_cast<B*>(d->mcuBuffer);
+        d->Dcoef_DecodeStep(&one, decode);
+        if (sizeof(B) == sizeof(Block16) && d->spillCount != 0) return y * width + x + 1;
+      }
     }
     return rows * width;
   }
@@ -274,20 +296,20 @@ int Decoder::Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output) {
       for (uint32_t y = 0; y < rows * s; ++y) kau::mem::Set8(out[y], 128, width);
       continue;
     }
+    alignas(16) int16_t q16[64];
+    bool narrowQ = !wide;
+    for (int k = 0; narrowQ && k < 64; ++k) {
+      narrowQ = q[k] < 0x8000;
+      q16[k] = static_cast<int16_t>(q[k]);
+    }
     for (uint32_t y = 0; y < rows; ++y) {
       unsigned char** at = out + y * s;
-      if (!wide) {
-        const Block16* block = static_cast<const Block16*>(band[y]);
-        for (uint32_t column = 0; column < width; column += s, ++block) {
-          Dequantise(work.coef, block->coef, q);
-          idct(work.coef, at, column);
-        }
+      if (!wide && narrowQ) {
+        TransformRow(static_cast<const Block16*>(band[y]), q16, width, s, idct, at, work.coef);
+      } else if (!wide) {
+        TransformRow(static_cast<const Block16*>(band[y]), q, width, s, idct, at, work.coef);
       } else if (d->progressive) {
-        const Block* block = static_cast<const Block*>(band[y]);
-        for (uint32_t column = 0; column < width; column += s, ++block) {
-          Dequantise(work.coef, block->coef, q);
-          idct(work.coef, at, column);
-        }
+        TransformRow(static_cast<const Block*>(band[y]), q, width, s, idct, at, work.coef);
       } else {
         // Sequential scans stored dequantised values; the transform may use
         // the stored block as its workspace.
