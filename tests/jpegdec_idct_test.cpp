@@ -92,15 +92,18 @@ TEST(Idct, ValuesWrapEvery1024BeforeTheClamp) {
 }
 
 // Every SIMD kernel the CPU runs gives its scalar twin's bytes, over blocks
-// of every shape the shortcuts tell apart and values that wrap.
+// of every shape the shortcuts tell apart, values that wrap, and blocks at
+// the edge of the 16-bit path's bound (1096: a column of +-1096 gives the
+// largest column results; 1097 takes the 32-bit path).
 TEST(Idct, SimdKernelsMatchTheScalarTwin) {
   const std::vector<const kjd::Kernels*> kernels = keltest::DecoderKernels();
   const int n = static_cast<int>(kernels.size());
   ASSERT_STREQ(kernels[0]->name, "scalar");
   std::mt19937 rng(11);
-  for (int trial = 0; trial < 20000; ++trial) {
-    const int shape = trial % 8;
-    const int32_t range = shape == 7 ? INT32_MAX : shape == 6 ? 1 << 20 : 2048;
+  for (int trial = 0; trial < 24000; ++trial) {
+    const int shape = trial % 10;
+    const int32_t edge = 1096 + trial / 10 % 2;
+    const int32_t range = shape == 7 ? INT32_MAX : shape == 6 ? 1 << 20 : shape >= 8 ? edge : 2048;
     kjd::Coef block[64] = {};
     for (int k = 0; k < 64; ++k) {
       const bool keep = shape == 0   ? k == 0               // DC only
@@ -110,6 +113,7 @@ TEST(Idct, SimdKernelsMatchTheScalarTwin) {
                         : shape == 4 ? rng() % 6 == 0       // sparse
                                      : true;
       if (keep) block[k] = std::uniform_int_distribution<int32_t>(-range, range)(rng);
+      if (shape == 9) block[k] = k % 8 == trial / 20 % 8 ? (trial / 160 % 2 ? edge : -edge) : 0;
     }
     for (int i = 1; i < n; ++i) {
       kjd::Coef a[64], b[64];

@@ -85,8 +85,12 @@ inline bool TakeByte(Decoder* d, const unsigned char*& pos, BitWord& buf, int32_
       return true;
     }
     if (c == 0x01 && pos == d->inputEnd + 1) {
-      // The buffer's end sentinel: refill and go on.
-      Decoder::Input_Reload(d, pos);
+      // The buffer's end sentinel: refill and go on. A copy goes out, so
+      // that the caller's position never has its address taken (see
+      // Search).
+      const unsigned char* p = pos;
+      Decoder::Input_Reload(d, p);
+      pos = p;
       continue;
     }
     d->unreadMarker = c;
@@ -148,11 +152,26 @@ inline uint32_t ReadBits(BitReader& r, int32_t n) {
   return GetBits(r.buf, r.bits, n);
 }
 
+// The out-of-line code searches work on copies of the reader's state: were
+// its own fields passed by reference, their addresses would escape, and the
+// MCU loops would keep them in memory (every coefficient store might change
+// them) instead of registers.
+inline int Search(BitReader& r, const DerivedTable* t, bool nearMarker) {
+  const unsigned char* pos = r.pos;
+  BitWord buf = r.buf;
+  int32_t bits = r.bits;
+  const int symbol = nearMarker ? Decoder::Huff_DecodeNearMarker(r.d, pos, buf, bits, t)
+                                : Decoder::Huff_DecodeLong(r.d, pos, buf, bits, t);
+  r.pos = pos;
+  r.buf = buf;
+  r.bits = bits;
+  return symbol;
+}
+
 // One symbol through the 8-bit lookahead, as the decoder reads near markers.
 inline int Decode(BitReader& r, const DerivedTable* t) {
   if (r.bits < 8) {
-    if (!TakeByte(r.d, r.pos, r.buf, r.bits))
-      return Decoder::Huff_DecodeNearMarker(r.d, r.pos, r.buf, r.bits, t);
+    if (!TakeByte(r.d, r.pos, r.buf, r.bits)) return Search(r, t, true);
   }
   uint32_t look = static_cast<uint32_t>(r.buf >> (r.bits - 8)) & 0xFF;
   int n = t->lookNbits[look];
@@ -160,23 +179,23 @@ inline int Decode(BitReader& r, const DerivedTable* t) {
     r.bits -= n;
     return t->lookSym[look];
   }
-  return Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t);
+  return Search(r, t, false);
 }
 
 // One symbol through the long lookahead, as a lookahead entry whose bits are
 // consumed. With fewer bits than the lookahead left before a marker, the
 // 8-bit path decides, so that running out of data is met where it always was.
 inline uint32_t DecodeEntry(BitReader& r, const DerivedTable* t) {
-  if (r.bits < kLookBits) {
+  if (__builtin_expect(r.bits < kLookBits, 0)) {
     Fill(r.d, r.pos, r.buf, r.bits, 0);
     if (r.bits < kLookBits) return PlainSymbol(Decode(r, t));
   }
   const uint32_t e = t->look[static_cast<uint32_t>(r.buf >> (r.bits - kLookBits)) & ((1u << kLookBits) - 1)];
-  if ((e & kLookLength) != 0) {
+  if (__builtin_expect((e & kLookLength) != 0, 1)) {
     r.bits -= static_cast<int32_t>(e & kLookLength);
     return e;
   }
-  return PlainSymbol(Decoder::Huff_DecodeLong(r.d, r.pos, r.buf, r.bits, t));
+  return PlainSymbol(Search(r, t, false));
 }
 
 inline int32_t Extend(uint32_t v, int s) {
@@ -188,8 +207,10 @@ inline int32_t Extend(uint32_t v, int s) {
 inline int32_t Receive(BitReader& r, int s) { return Extend(ReadBits(r, s), s); }
 
 // The value of category `symbol & 15` that follows an entry's code.
+// Most codes with their magnitude bits fit the lookahead: the compiler is
+// told so, which keeps that path straight.
 inline int32_t EntryValue(BitReader& r, uint32_t e) {
-  if ((e & kLookValue) != 0) return static_cast<int32_t>(e) >> 16;
+  if (__builtin_expect((e & kLookValue) != 0, 1)) return static_cast<int32_t>(e) >> 16;
   const int s = static_cast<int>(e >> 8) & 15;
   return s != 0 ? Receive(r, s) : 0;
 }

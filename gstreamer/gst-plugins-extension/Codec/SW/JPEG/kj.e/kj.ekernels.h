@@ -11,21 +11,22 @@
 
 namespace kje {
 
+struct YccRows;
+
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
   uint64_t (*huffNonZero)(const int32_t* block);
-  // Packed RGB to Y, Cb or Cr rows, full size, 2x1 and 2x2 (kj.esample.h).
-  void (*yccRow)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel, unsigned char* out);
-  void (*yccRowH2V1)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                     unsigned char* out);
-  void (*yccRowH2V2)(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
-                     int channel, unsigned char* out);
+  // Packed RGB rows to YCbCr 4:2:0 (kj.esample.h).
+  void (*yccRows)(const YccRows& rows);
 };
 
 uint64_t Huff_NonZero_scalar(const int32_t* block);
 uint64_t Huff_NonZero_sse2(const int32_t* block);
 uint64_t Huff_NonZero_neon(const int32_t* block);
+void Sample_YccRows_sse2(const YccRows& rows);
+void Sample_YccRows_avx2(const YccRows& rows);
+void Sample_YccRows_neon(const YccRows& rows);
 
 // The best variant the running CPU supports, picked on first use.
 const Kernels& Kernels_Active();
