@@ -270,4 +270,77 @@ TEST(HostileInput, EveryTruncationDecodesOrFailsCleanly) {
   }
 }
 
+// Entropy-coded bytes of a bit string (spaces ignored), padded with ones,
+// 0xFF stuffed.
+Bytes Bits(const std::string& text) {
+  std::string bits;
+  for (char c : text)
+    if (c != ' ') bits += c;
+  bits.append((8 - bits.size() % 8) % 8, '1');
+  Bytes out;
+  for (size_t i = 0; i < bits.size(); i += 8) {
+    out.push_back(static_cast<uint8_t>(std::stoi(bits.substr(i, 8), nullptr, 2)));
+    if (out.back() == 0xFF) out.push_back(0);
+  }
+  return out;
+}
+
+// Corrupt progressive data can drive coefficients far beyond 16 bits: in
+// three block rows, a DC first scan (57344), an AC first scan (32768) and an
+// AC refinement (-32769). A table value of 65535 must not be taken as 16
+// bits either. Each picture equals that of a sequential file coding the same
+// dequantised coefficients, at every scale.
+TEST(HostileInput, ProgressiveCoefficientsBeyond16BitsStayExact) {
+  // A 16-bit table: 8192 at zigzag 0 and 2, 9 at zigzag 1, else 1; or 65535 at 1.
+  auto dqt16 = [](bool big) {
+    Bytes p{0x10};
+    for (int k = 0; k < 64; ++k) {
+      const int q = big ? (k == 1 ? 65535 : 1) : k == 0 || k == 2 ? 8192 : k == 1 ? 9 : 1;
+      p.insert(p.end(), {static_cast<uint8_t>(q >> 8), static_cast<uint8_t>(q)});
+    }
+    return p;
+  };
+  // DC "0" category 3, "10" category 0, "110" category 1; progressive AC "0"
+  // EOB, "10" category 15, "110" run 1 category 15.
+  const W progressive = W().Soi().Dqt().Sof(0xC2, 8, 24, {1, 0x11, 0}).Dht(0x00, {1, 1, 1}, {3, 0, 1});
+  const W big =
+      W().Soi().Seg(0xDB, dqt16(true)).Sof(0xC2, 8, 8, {1, 0x11, 0}).Dht(0x00, {1, 1, 1}, {3, 0, 1});
+  // Sequential AC "0" EOB, "10" run 1 category 3, "110" category 12, "1110" category 1.
+  auto sequential = [&](bool big, int height, const char* bits) {
+    return W()
+        .Soi()
+        .Seg(0xDB, dqt16(big))
+        .Sof(0xC1, 8, height, {1, 0x11, 0})
+        .Dht(0x00, {1, 1, 1}, {3, 0, 1})
+        .Dht(0x10, {1, 1, 1, 1}, {0x00, 0x13, 0x0C, 0x01})
+        .Sos({1, 0}, 0, 63, 0, Bits(bits))
+        .Eoi()
+        .b;
+  };
+  const std::pair<Bytes, Bytes> pairs[] = {
+      {W(progressive)
+           .Sos({1, 0}, 0, 0, 0x0D, Bits("0 111  0 000  10"))  // +7, -7, 0 at Al 13
+           .Dht(0x10, {1, 1, 1}, {0x00, 0x0F, 0x1F})
+           .Sos({1, 0}, 1, 63, 0x01, Bits("0  110 100000000000000 0  10 011111111111111 0"))
+           .Dht(0x10, {1}, {0x00})
+           .Sos({1, 0}, 1, 63, 0x10, Bits("0  0 0  0 1"))  // -32768 takes -1
+           .Eoi()
+           .b,
+       sequential(false, 24, "0 111 0  0 000 10 100 0  10 110 000111000110 0")},
+      {W(big)
+           .Sos({1, 0}, 0, 0, 0, Bits("10"))
+           .Dht(0x10, {1, 1}, {0x00, 0x01})
+           .Sos({1, 0}, 1, 63, 0, Bits("10 1 0"))
+           .Eoi()
+           .b,
+       sequential(true, 8, "10  1110 1  0")},
+  };
+  for (const auto& [got, want] : pairs) {
+    for (int scale : {8, 4, 2, 1}) {
+      SCOPED_TRACE(scale);
+      EXPECT_EQ(keltest::DecodePlanes(got, scale)[0].samples, keltest::DecodePlanes(want, scale)[0].samples);
+    }
+  }
+}
+
 }  // namespace

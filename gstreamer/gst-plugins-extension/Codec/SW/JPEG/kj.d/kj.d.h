@@ -36,11 +36,18 @@ struct Block {
   Coef coef[64];
 };
 
+// The narrow form of a block in a progressive image's whole-image store,
+// used while every value a scan writes fits 16 bits (kj.dcoef).
+struct Block16 {
+  int16_t coef[64];
+};
+
 class Decoder;
 struct Component;
 
 using IdctFn = void (*)(Coef* block, unsigned char** rows, unsigned long column);
 using McuFn = void (*)(Decoder*, Block**);
+using McuFn16 = void (*)(Decoder*, Block16**);
 using ConsumeFn = int (*)(Decoder*);
 // One iMCU row of samples: output[ci] is the row-pointer array of component
 // index ci (its v * DCT scaled size rows of this iMCU row). Returns non-zero
@@ -72,14 +79,16 @@ struct Component {
   // Whole-image coefficient store of a multi-scan image: one pointer per
   // block row, sized in whole MCUs. The blocks come in bands of one iMCU row,
   // allocated when a scan first decodes into the band; null rows are absent
-  // bands, whose coefficients are all zero.
+  // bands, whose coefficients are all zero. A band holds Block16 or Block as
+  // the decoder's wideRows says for its iMCU row.
   struct WholeImage {
-    Block** rows;
+    void** rows;
     uint32_t rowCount;
     uint32_t blocksPerRow;
     static WholeImage* Create(Decoder* decoder, uint32_t rowCount, uint32_t blocksPerRow);
-    // The `bandRows` block rows from `first` on, allocated zeroed if absent.
-    Block** Band(Decoder* decoder, uint32_t first, uint32_t bandRows);
+    // The `bandRows` block rows from `first` on, allocated zeroed with
+    // `blockBytes` per block if absent.
+    void** Band(Decoder* decoder, uint32_t first, uint32_t bandRows, uint32_t blockBytes);
   };
 
   const uint32_t* dctTable;  // table the inverse DCT stage dequantises with
@@ -232,6 +241,12 @@ class Decoder : public kiu::Decoder {
   static void Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks);
   static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks);
+  // The same on narrow blocks: a value beyond 16 bits is kept in `spills`
+  // as well (kj.dcoef then widens the iMCU row).
+  static void Phuff_DecodeMCU_DC_first0(Decoder* d, Block16** blocks);
+  static void Phuff_DecodeMCU_DC_refine0(Decoder* d, Block16** blocks);
+  static void Phuff_DecodeMCU_AC_first0(Decoder* d, Block16** blocks);
+  static void Phuff_DecodeMCU_AC_refine0(Decoder* d, Block16** blocks);
   static int Huff_DecodeLong(Decoder* d, const unsigned char*& position, BitWord& buffer, int32_t& bits,
                              const DerivedTable* table);
   static int Huff_DecodeNearMarker(Decoder* d, const unsigned char*& position, BitWord& buffer, int32_t& bits,
@@ -239,7 +254,8 @@ class Decoder : public kiu::Decoder {
 
   // ---- Coefficient controllers (kj.dcoef) ----
   // The per-MCU step shared by every controller: restart, count, decode.
-  void Dcoef_DecodeStep(Block** blocks, McuFn decode) {
+  template <class B>
+  void Dcoef_DecodeStep(B** blocks, void (*decode)(Decoder*, B**)) {
     if (restartInterval != 0 && restartsToGo == 0) {
       if (progressive)
         Phuff_RestartProcess();
@@ -362,6 +378,17 @@ class Decoder : public kiu::Decoder {
   const DerivedTable* blockDcTable[18] = {};
   const DerivedTable* blockAcTable[18] = {};
   McuFn decodeMcu = nullptr;
+  McuFn16 decodeMcu16 = nullptr;  // progressive scans on narrow stores
+  // Per iMCU row: 1 when its bands hold Block, 0 for Block16.
+  uint8_t* wideRows = nullptr;
+  // Values of the current MCU that did not fit a narrow block, with where
+  // their truncated copies went (at most one per coefficient of an MCU).
+  struct Spill {
+    int16_t* at;
+    int32_t value;
+  };
+  Spill* spills = nullptr;
+  uint32_t spillCount = 0;
   Block* mcuBuffer = nullptr;
   Block* mcuBlocks[18] = {};
   Output output;

@@ -29,9 +29,31 @@ inline bool InEobRun(const Decoder* d) {
   return d->progressive && d->Ss != 0 && d->eobRun > 0 && !(d->restartInterval != 0 && d->restartsToGo == 0);
 }
 
-// The block and its table never overlap: restrict lets the loop vectorise.
-inline void Dequantise(Coef* __restrict coef, const uint32_t* __restrict q) {
-  for (int k = 0; k < 64; ++k) coef[k] = static_cast<Coef>(static_cast<uint32_t>(coef[k]) * q[k]);
+// Dequantisation on the way into the inverse DCT's block, so the store is
+// read once and never written back. The buffers never overlap: restrict lets
+// the loop vectorise.
+template <class T>
+inline void Dequantise(Coef* __restrict out, const T* __restrict coef, const uint32_t* __restrict q) {
+  for (int k = 0; k < 64; ++k)
+    out[k] = static_cast<Coef>(static_cast<uint32_t>(static_cast<int32_t>(coef[k])) * q[k]);
+}
+
+// Narrow blocks with a table whose values are all below 32768 (any 8-bit
+// table): the 16 x 16 -> 32-bit products stay below 2^31, so they equal the
+// wrapping ones, and the loop vectorises as widening multiplies.
+inline void Dequantise(Coef* __restrict out, const int16_t* __restrict coef, const int16_t* __restrict q) {
+  for (int k = 0; k < 64; ++k) out[k] = static_cast<int32_t>(coef[k]) * static_cast<int32_t>(q[k]);
+}
+
+// One block row of the final pass: each block dequantised into `work`, then
+// transformed.
+template <class B, class Q>
+inline void TransformRow(const B* block, const Q* q, uint32_t width, uint32_t s, IdctFn idct,
+                         unsigned char** at, Coef* work) {
+  for (uint32_t column = 0; column < width; column += s, ++block) {
+    Dequantise(work, block->coef, q);
+    idct(work, at, column);
+  }
 }
 
 inline int FinishInputRow(Decoder* d) {
@@ -156,69 +178,143 @@ int Decoder::Dcoef_DecompressSingleScan211(Decoder* d, unsigned char*** output) 
   return FinishInputRow(d);
 }
 
-int Decoder::Dcoef_ReadMultiScan0(Decoder* d) {
-  const uint32_t row = d->inputImcuRow++;
-  const bool last = d->inputImcuRow == d->mcuRows;
-  const McuFn decode = d->decodeMcu;
-  // Out of data with no restart to come: the rest of the scan decodes
-  // nothing, so its rows are passed over and their bands stay absent.
-  if (d->insufficientData && d->restartInterval == 0) return FinishInputRow(d);
+namespace {
+
+// The whole-image store of a progressive image starts narrow: every block of
+// a valid file fits 16 bits (coefficients of 8-bit samples stay within 11
+// bits, point transform included), which halves the store and the memory
+// every scan and the final pass walk. Corrupt data can drive a value far
+// beyond (DC differences accumulate, shifts by Al), and its 32-bit wrapping
+// arithmetic must stay exact; so a scan that writes such a value records it
+// (Decoder::spills) and, after that MCU, its iMCU row is widened: the row's
+// bands of every component become Block, the recorded values are put in,
+// and the row stays wide for the rest of the image. Within one MCU no
+// coefficient is written twice or read after it was written, so the
+// truncated copies are never used. Widening per iMCU row keeps the cost of
+// a corrupt file to one row's extra band; sequential multi-scan images store
+// dequantised values and are wide from the start.
+void WidenRow(Decoder* d, uint32_t row) {
+  for (Component* c = d->components; c != d->componentsEnd; ++c) {
+    void** band = c->wholeImage->rows + row * c->v;
+    if (band[0] == nullptr) continue;
+    const uint32_t count = c->v * c->wholeImage->blocksPerRow;
+    const int16_t* from = static_cast<const Block16*>(band[0])->coef;
+    Block* wide = d->heap.AllocateArray<Block>(count);
+    for (uint32_t i = 0; i < count * 64; ++i) wide->coef[i] = from[i];
+    for (uint32_t i = 0; i < d->spillCount; ++i) {
+      const Decoder::Spill& s = d->spills[i];
+      if (s.at >= from && s.at < from + count * 64) wide->coef[s.at - from] = s.value;
+    }
+    for (uint32_t r = 0; r < c->v; ++r) band[r] = wide + r * c->wholeImage->blocksPerRow;
+  }
+  d->spillCount = 0;
+  d->wideRows[row] = 1;
+}
+
+// MCUs of the current scan in iMCU row `row`, from MCU `from` (in the row's
+// order) on. Returns the MCU after the last one decoded: the row's MCU
+// count, or earlier after an MCU that left spills in narrow blocks.
+template <class B>
+uint32_t ReadRow(Decoder* d, uint32_t row, bool last, uint32_t from, void (*decode)(Decoder*, B**)) {
+  constexpr uint32_t kBlockBytes = sizeof(B);
   if (d->componentsInScan == 1) {
     Component* c = d->scanComponents[0];
     const uint32_t rows = last ? c->lastRowHeight : c->v;
-    Block** band = c->wholeImage->rows + row * c->v;
-    Block** storeRows = nullptr;
-    for (uint32_t y = 0; y < rows; ++y) {
-      for (uint32_t x = 0; x < c->widthInBlocks; ++x) {
+    const uint32_t width = c->widthInBlocks;
+    void** band = c->wholeImage->rows + row * c->v;
+    void** storeRows = nullptr;
+    uint32_t x0 = from % width;
+    for (uint32_t y = from / width; y < rows; ++y, x0 = 0) {
+      B* store = nullptr;
+      for (uint32_t x = x0; x < width; ++x) {
         // An existing band is always taken; an absent one is made only for
         // an MCU that may change its block.
         if (storeRows == nullptr && (band[0] != nullptr || (MayDecode(d) && !InEobRun(d))))
-          storeRows = c->wholeImage->Band(d, row * c->v, c->v);
-        Block* one = storeRows != nullptr ? storeRows[y] + x : d->mcuBuffer;
+          storeRows = c->wholeImage->Band(d, row * c->v, c->v, kBlockBytes);
+        if (store == nullptr && storeRows != nullptr) store = static_cast<B*>(storeRows[y]);
+        B* one = store != nullptr ? store + x : reinterpret_cast<B*>(d->mcuBuffer);
         d->Dcoef_DecodeStep(&one, decode);
+        if (sizeof(B) == sizeof(Block16) && d->spillCount != 0) return y * width + x + 1;
       }
     }
-  } else {
-    Block* pointers[kMcuBufferBlocks] = {};
-    bool banded = false;
-    for (uint32_t x = 0; x < d->mcusPerRow; ++x) {
-      if (!banded && MayDecode(d)) banded = true;
-      int n = 0;
-      for (int i = 0; banded && i < d->componentsInScan; ++i) {
-        Component* c = d->scanComponents[i];
-        Block** storeRows = c->wholeImage->Band(d, row * c->v, c->v);
-        for (uint32_t y = 0; y < c->mcuHeight; ++y)
-          for (uint32_t i2 = 0; i2 < c->mcuWidth; ++i2) pointers[n++] = storeRows[y] + x * c->mcuWidth + i2;
-      }
-      d->Dcoef_DecodeStep(pointers, decode);
-    }
+    return rows * width;
   }
+  B* pointers[kMcuBufferBlocks] = {};
+  bool banded = false;
+  for (uint32_t x = from; x < d->mcusPerRow; ++x) {
+    if (!banded && MayDecode(d)) banded = true;
+    int n = 0;
+    for (int i = 0; banded && i < d->componentsInScan; ++i) {
+      Component* c = d->scanComponents[i];
+      void** storeRows = c->wholeImage->Band(d, row * c->v, c->v, kBlockBytes);
+      for (uint32_t y = 0; y < c->mcuHeight; ++y)
+        for (uint32_t i2 = 0; i2 < c->mcuWidth; ++i2)
+          pointers[n++] = static_cast<B*>(storeRows[y]) + x * c->mcuWidth + i2;
+    }
+    d->Dcoef_DecodeStep(pointers, decode);
+    if (sizeof(B) == sizeof(Block16) && d->spillCount != 0) return x + 1;
+  }
+  return d->mcusPerRow;
+}
+
+}  // namespace
+
+int Decoder::Dcoef_ReadMultiScan0(Decoder* d) {
+  const uint32_t row = d->inputImcuRow++;
+  const bool last = d->inputImcuRow == d->mcuRows;
+  // Out of data with no restart to come: the rest of the scan decodes
+  // nothing, so its rows are passed over and their bands stay absent.
+  if (d->insufficientData && d->restartInterval == 0) return FinishInputRow(d);
+  uint32_t from = 0;
+  if (!d->wideRows[row]) {
+    from = ReadRow(d, row, last, 0, d->decodeMcu16);
+    if (d->spillCount == 0) return FinishInputRow(d);
+    WidenRow(d, row);
+  }
+  ReadRow(d, row, last, from, d->decodeMcu);
   return FinishInputRow(d);
 }
 
 int Decoder::Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output) {
   const uint32_t row = d->outputImcuRow;
   const bool last = row + 1 == d->mcuRows;
+  const bool wide = d->wideRows[row] != 0;
+  alignas(32) Block work;  // the dequantised block the inverse DCT consumes
   for (Component* c = d->components; c != d->componentsEnd; ++c) {
     if (c->idct == nullptr) c->SelectDctTable();
     const uint32_t s = c->dctScaledSize;
     const uint32_t rest = c->heightInBlocks % c->v;
     const uint32_t rows = last && rest != 0 ? rest : c->v;
     const uint32_t width = c->widthInBlocks * s;
-    const uint32_t* q = d->progressive ? c->quantTable : nullptr;
+    const uint32_t* q = c->quantTable;
+    const IdctFn idct = c->idct;
     unsigned char** out = output[c->index];
-    Block** band = c->wholeImage->rows + row * c->v;
+    void** band = c->wholeImage->rows + row * c->v;
     if (band[0] == nullptr) {
       // No scan decoded into this band: every block is zero, whose samples
       // are all 128 at any scale.
       for (uint32_t y = 0; y < rows * s; ++y) kau::mem::Set8(out[y], 128, width);
       continue;
     }
+    alignas(16) int16_t q16[64];
+    bool narrowQ = !wide;
+    for (int k = 0; narrowQ && k < 64; ++k) {
+      narrowQ = q[k] < 0x8000;
+      q16[k] = static_cast<int16_t>(q[k]);
+    }
     for (uint32_t y = 0; y < rows; ++y) {
-      Block* block = band[y];
-      for (uint32_t column = 0; column < width; column += s, ++block) {
-        if (q != nullptr) Dequantise(block->coef, q);
-        c->idct(block->coef, out + y * s, column);
+      unsigned char** at = out + y * s;
+      if (!wide && narrowQ) {
+        TransformRow(static_cast<const Block16*>(band[y]), q16, width, s, idct, at, work.coef);
+      } else if (!wide) {
+        TransformRow(static_cast<const Block16*>(band[y]), q, width, s, idct, at, work.coef);
+      } else if (d->progressive) {
+        TransformRow(static_cast<const Block*>(band[y]), q, width, s, idct, at, work.coef);
+      } else {
+        // Sequential scans stored dequantised values; the transform may use
+        // the stored block as its workspace.
+        Block* block = static_cast<Block*>(band[y]);
+        for (uint32_t column = 0; column < width; column += s, ++block) idct(block->coef, at, column);
       }
     }
   }
@@ -246,6 +342,11 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
     return Dcoef_DecompressSingleScan0;
   }
   mcuBuffer = heap.AllocateZeroedArray<Block>(1);  // the zero block EOB runs pass over
+  wideRows = heap.AllocateZeroedArray<uint8_t>(mcuRows);
+  if (progressive)
+    spills = heap.AllocateArray<Spill>(64);
+  else
+    kau::mem::Set8(wideRows, 1, mcuRows);
   for (Component* c = components; c != componentsEnd; ++c) {
     const uint32_t rows = kau::RoundUp(c->heightInBlocks, c->v);
     const uint32_t cols = kau::RoundUp(c->widthInBlocks, c->h);
@@ -256,6 +357,7 @@ DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
   return Dcoef_DecompressMultiScan0;
 }
 
+// Counted at 32 bits a coefficient: corrupt data may widen every band.
 uint64_t Decoder::Dcoef_StoreBytes() const {
   if (singleScan) return 0;
   uint64_t blocks = 0;
@@ -271,17 +373,17 @@ Component::WholeImage* Component::WholeImage::Create(Decoder* decoder, uint32_t 
   auto* image = static_cast<WholeImage*>(decoder->Allocate(sizeof(WholeImage)));
   image->rowCount = rowCount;
   image->blocksPerRow = blocksPerRow;
-  image->rows = decoder->heap.AllocateZeroedArray<Block*>(rowCount == 0 ? 1 : rowCount);
+  image->rows = decoder->heap.AllocateZeroedArray<void*>(rowCount == 0 ? 1 : rowCount);
   return image;
 }
 
-Block** Component::WholeImage::Band(Decoder* decoder, uint32_t first, uint32_t bandRows) {
-  Block** band = rows + first;
+void** Component::WholeImage::Band(Decoder* decoder, uint32_t first, uint32_t bandRows, uint32_t blockBytes) {
+  void** band = rows + first;
   if (band[0] == nullptr) {
     // Create bounded the whole store, so a band's size fits 32 bits.
-    Block* all =
-        decoder->heap.AllocateZeroedArray<Block>(bandRows * blocksPerRow == 0 ? 1 : bandRows * blocksPerRow);
-    for (uint32_t r = 0; r < bandRows; ++r) band[r] = all + r * blocksPerRow;
+    const uint32_t blocks = bandRows * blocksPerRow == 0 ? 1 : bandRows * blocksPerRow;
+    auto* all = decoder->heap.AllocateZeroedArray<unsigned char>(blocks * blockBytes);
+    for (uint32_t r = 0; r < bandRows; ++r) band[r] = all + r * blocksPerRow * blockBytes;
   }
   return band;
 }

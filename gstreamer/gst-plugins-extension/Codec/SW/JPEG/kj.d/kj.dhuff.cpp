@@ -6,6 +6,12 @@
 // that it wraps as on the target instead of being undefined.
 #include "kj.dhuff.h"
 
+#include <type_traits>
+
+#if defined(__x86_64__) && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace kjd {
 namespace {
 
@@ -240,6 +246,29 @@ inline uint64_t NonZeroZigzag(const Coef* block) {
   return m;
 }
 
+// The same for a narrow block. SSE2 (every x86-64) compares two rows at once
+// and takes their 16 flags with one mask move; elsewhere a plain loop.
+inline uint64_t NonZeroZigzag(const int16_t* block) {
+  uint64_t m = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+  const __m128i zero = _mm_setzero_si128();
+  for (int row = 0; row < 8; row += 2) {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 8 * row));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block + 8 * row + 8));
+    const __m128i zeros = _mm_packs_epi16(_mm_cmpeq_epi16(a, zero), _mm_cmpeq_epi16(b, zero));
+    const uint32_t flags = ~static_cast<uint32_t>(_mm_movemask_epi8(zeros));
+    m |= kZigzagBits.bits[row][flags & 0xFF] | kZigzagBits.bits[row + 1][(flags >> 8) & 0xFF];
+  }
+#else
+  for (int row = 0; row < 8; ++row) {
+    uint32_t flags = 0;
+    for (int i = 0; i < 8; ++i) flags |= static_cast<uint32_t>(block[8 * row + i] != 0) << i;
+    m |= kZigzagBits.bits[row][flags];
+  }
+#endif
+  return m;
+}
+
 }  // namespace
 
 // Appends bits to `code` one at a time until it fits a code of its length;
@@ -380,10 +409,13 @@ void Decoder::Phuff_StartPass() {
   } else {
     if (Ss > Se || Se >= 64 || componentsInScan != 1) kau::Throw(kSiteAcBand);
   }
-  if (dcScan)
-    decodeMcu = Ah == 0 ? Phuff_DecodeMCU_DC_first0 : Phuff_DecodeMCU_DC_refine0;
-  else
-    decodeMcu = Ah == 0 ? Phuff_DecodeMCU_AC_first0 : Phuff_DecodeMCU_AC_refine0;
+  if (dcScan) {
+    decodeMcu = Ah == 0 ? McuFn{Phuff_DecodeMCU_DC_first0} : McuFn{Phuff_DecodeMCU_DC_refine0};
+    decodeMcu16 = Ah == 0 ? McuFn16{Phuff_DecodeMCU_DC_first0} : McuFn16{Phuff_DecodeMCU_DC_refine0};
+  } else {
+    decodeMcu = Ah == 0 ? McuFn{Phuff_DecodeMCU_AC_first0} : McuFn{Phuff_DecodeMCU_AC_refine0};
+    decodeMcu16 = Ah == 0 ? McuFn16{Phuff_DecodeMCU_AC_first0} : McuFn16{Phuff_DecodeMCU_AC_refine0};
+  }
   if ((Ah != 0 && Al != Ah - 1) || Al > 13) kau::Throw(kSiteAlAh);
 
   for (int i = 0; i < componentsInScan; ++i) {
@@ -460,33 +492,48 @@ void Decoder::Huff_DecodeMCU0(Decoder* d, Block** blocks) {
   r.Store();
 }
 
-void Decoder::Phuff_DecodeMCU_DC_first0(Decoder* d, Block** blocks) {
+namespace {
+
+// Stores a progressive coefficient. A narrow block keeps the low 16 bits and,
+// when the value does not fit, records it for the controller to widen.
+inline void Put(Decoder*, Coef* at, int32_t v) { *at = v; }
+inline void Put(Decoder* d, int16_t* at, int32_t v) {
+  *at = static_cast<int16_t>(v);
+  if (static_cast<uint32_t>(v) + 0x8000u > 0xFFFFu) d->spills[d->spillCount++] = {at, v};
+}
+
+template <class B>
+void DcFirst(Decoder* d, B** blocks) {
   BitReader r(d);
   for (int b = 0; b < d->blocksInMcu; ++b) {
     Component* c = d->mcuMembership[b];
     const int32_t diff = EntryValue(r, DecodeEntry(r, d->blockDcTable[b]));
     c->lastDc = Wrap(static_cast<uint32_t>(c->lastDc) + static_cast<uint32_t>(diff));
-    blocks[b]->coef[0] = Wrap(static_cast<uint32_t>(c->lastDc) << d->Al);
+    Put(d, blocks[b]->coef, Wrap(static_cast<uint32_t>(c->lastDc) << d->Al));
   }
   r.Store();
 }
 
-void Decoder::Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks) {
+// Setting bit Al (at most 13) of a value keeps it within its width.
+template <class B>
+void DcRefine(Decoder* d, B** blocks) {
   BitReader r(d);
   const uint32_t p1 = 1u << d->Al;
   for (int b = 0; b < d->blocksInMcu; ++b) {
-    if (ReadBits(r, 1) != 0) blocks[b]->coef[0] = Wrap(static_cast<uint32_t>(blocks[b]->coef[0]) | p1);
+    auto& dc = blocks[b]->coef[0];
+    if (ReadBits(r, 1) != 0) dc = static_cast<std::decay_t<decltype(dc)>>(static_cast<uint32_t>(dc) | p1);
   }
   r.Store();
 }
 
-void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) {
+template <class B>
+void AcFirst(Decoder* d, B** blocks) {
   if (d->eobRun != 0) {
     --d->eobRun;
     return;
   }
   BitReader r(d);
-  Coef* block = blocks[0]->coef;
+  auto* block = blocks[0]->coef;
   const DerivedTable* t = d->progAcTable;
   const int se = static_cast<int>(d->Se);
   const uint32_t al = d->Al;
@@ -496,7 +543,7 @@ void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) {
     if ((e & 0xF00) != 0) {
       k += run;
       const int32_t v = EntryValue(r, e);
-      block[jpegNaturalOrder[k]] = Wrap(static_cast<uint32_t>(v) << al);
+      Put(d, block + Decoder::jpegNaturalOrder[k], Wrap(static_cast<uint32_t>(v) << al));
     } else if (run == 15) {
       k += 15;
     } else {
@@ -509,23 +556,25 @@ void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) {
   r.Store();
 }
 
-void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
+template <class B>
+void AcRefine(Decoder* d, B** blocks) {
   BitReader r(d);
-  Coef* block = blocks[0]->coef;
+  auto* block = blocks[0]->coef;
   const DerivedTable* t = d->progAcTable;
   const int se = static_cast<int>(d->Se);
   const int32_t p1 = static_cast<int32_t>(1u << d->Al);
   const int32_t m1 = -p1;
-  const int32_t* natural = jpegNaturalOrder;
+  const int32_t* natural = Decoder::jpegNaturalOrder;
   const uint64_t band = (~uint64_t{0} >> (63 - se)) & (~uint64_t{0} << d->Ss);
   // Non-zero coefficients of the band by zigzag index: the walks visit only
   // those (for correction bits) and count zero ones by bits, not one by one.
   uint64_t nonZero = NonZeroZigzag(block) & band;
   auto correct = [&](uint64_t which) {
     for (; which != 0; which &= which - 1) {
-      Coef* coef = block + natural[__builtin_ctzll(which)];
-      if (ReadBits(r, 1) != 0 && (*coef & p1) == 0)
-        *coef = Wrap(static_cast<uint32_t>(*coef) + (*coef >= 0 ? p1 : m1));
+      auto* coef = block + natural[__builtin_ctzll(which)];
+      const int32_t v = *coef;
+      if (ReadBits(r, 1) != 0 && (v & p1) == 0)
+        Put(d, coef, Wrap(static_cast<uint32_t>(v) + (v >= 0 ? p1 : m1)));
     }
   };
   int k = static_cast<int>(d->Ss);
@@ -553,7 +602,7 @@ void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
       const int stop = stopBit != 0 ? __builtin_ctzll(stopBit) : se + 1;
       correct(nonZero & ahead & (stopBit - 1));
       if (value != 0) {
-        block[natural[stop]] = value;
+        Put(d, block + natural[stop], value);
         nonZero |= stopBit;
       }
       k = stop + 1;
@@ -565,5 +614,16 @@ void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) {
   }
   r.Store();
 }
+
+}  // namespace
+
+void Decoder::Phuff_DecodeMCU_DC_first0(Decoder* d, Block** blocks) { DcFirst(d, blocks); }
+void Decoder::Phuff_DecodeMCU_DC_refine0(Decoder* d, Block** blocks) { DcRefine(d, blocks); }
+void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block** blocks) { AcFirst(d, blocks); }
+void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block** blocks) { AcRefine(d, blocks); }
+void Decoder::Phuff_DecodeMCU_DC_first0(Decoder* d, Block16** blocks) { DcFirst(d, blocks); }
+void Decoder::Phuff_DecodeMCU_DC_refine0(Decoder* d, Block16** blocks) { DcRefine(d, blocks); }
+void Decoder::Phuff_DecodeMCU_AC_first0(Decoder* d, Block16** blocks) { AcFirst(d, blocks); }
+void Decoder::Phuff_DecodeMCU_AC_refine0(Decoder* d, Block16** blocks) { AcRefine(d, blocks); }
 
 }  // namespace kjd
