@@ -11,6 +11,13 @@
 
 namespace kje {
 
+// Forward DCT and quantisation of `count` blocks side by side: block n's
+// samples are rows[0..7] + column + 8 * n; `divisors` is a quantisation
+// table's divisors, halves and reciprocals (64 each, kj.efdct); each block's
+// 64 coefficients go to out + 64 * n in natural order.
+using FdctBlocksRoutine = void(unsigned char* const* rows, uint32_t column, uint32_t count,
+                               const int32_t* divisors, int32_t* out);
+
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
@@ -21,11 +28,16 @@ struct Kernels {
                      unsigned char* out);
   void (*yccRowH2V2)(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
                      int channel, unsigned char* out);
+  // The accurate transform (packed input) and the fast one (planar input).
+  FdctBlocksRoutine* fdctSlowBlocks;
+  FdctBlocksRoutine* fdctFastBlocks;
 };
 
 uint64_t Huff_NonZero_scalar(const int32_t* block);
 uint64_t Huff_NonZero_sse2(const int32_t* block);
 uint64_t Huff_NonZero_neon(const int32_t* block);
+FdctBlocksRoutine Fdct_SlowBlocks_scalar, Fdct_SlowBlocks_sse2, Fdct_SlowBlocks_avx2, Fdct_SlowBlocks_neon;
+FdctBlocksRoutine Fdct_FastBlocks_scalar, Fdct_FastBlocks_sse2, Fdct_FastBlocks_avx2, Fdct_FastBlocks_neon;
 
 // The best variant the running CPU supports, picked on first use.
 const Kernels& Kernels_Active();
