@@ -44,8 +44,9 @@ void Encoder::Fdct_Start(int quality) {
   for (Component* c = components_; c != componentsEnd_; ++c) {
     int number = c->quantTable;
     if (number < 0 || number > 3 || quantTables_[number] == nullptr) kau::Throw(kSiteMissingQuantTable);
-    // Per coefficient: divisor, half of it (the rounding), its reciprocal.
-    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(3 * 64);
+    // Per coefficient: divisor, half of it (the rounding), its reciprocal;
+    // then the 16-bit forms of the last two for the fast transform's kernels.
+    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(5 * 64);
     const uint16_t* q = quantTables_[number]->values;
     int32_t* d = divisors_[number];
     for (int i = 0; i < 64; ++i) {
@@ -56,6 +57,7 @@ void Encoder::Fdct_Start(int quality) {
       d[64 + i] = d[i] >> 1;
       d[128 + i] = Fdct_Reciprocal(d[i]);
     }
+    Fdct_Tables16(d, reinterpret_cast<int16_t*>(d + 192));
   }
   const Kernels& kernels = Kernels_Active();
   fdctBlocks_ = fast ? kernels.fdctFastBlocks : kernels.fdctSlowBlocks;

@@ -89,6 +89,16 @@ inline T FastMul(T x, int32_t c) {
   return (x * c) >> 8;
 }
 
+// The 16-bit lanes' own products (below), visible to FastPass.
+#if defined(__SSE2__)
+typedef int16_t W8 __attribute__((vector_size(16)));
+inline W8 FastMul(W8 x, int32_t c);
+#endif
+#if defined(__AVX2__)
+typedef int16_t W16 __attribute__((vector_size(32)));
+inline W16 FastMul(W16 x, int32_t c);
+#endif
+
 // One fast 8-point pass over p[0..7] in place; rows and columns alike.
 template <class T>
 inline void FastPass(T* p) {
@@ -205,6 +215,31 @@ inline S8 MulHigh30(S8 x, S8 m) {
 #endif
 
 #if defined(__SSE2__) || defined(__ARM_NEON)
+// Quantises coefficients out[i ...] = c as Fdct_Quantize: the rounded
+// quotient of |c|, signed back.
+inline void Quantize(S4 c, const int32_t* divisors, int i, int32_t* out) {
+  S4 half, reciprocal;
+  std::memcpy(&half, divisors + 64 + i, sizeof half);
+  std::memcpy(&reciprocal, divisors + 128 + i, sizeof reciprocal);
+  const S4 sign = c >> 31;
+  const S4 q = MulHigh30(((c ^ sign) - sign) + half, reciprocal);
+  const S4 result = (q ^ sign) - sign;
+  std::memcpy(out + i, &result, sizeof result);
+}
+
+#if defined(__AVX2__)
+inline void Quantize(S8 c, const int32_t* divisors, int i, int32_t* out) {
+  const __m256i v = reinterpret_cast<__m256i>(c);
+  const __m256i half = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(divisors + 64 + i));
+  const __m256i reciprocal = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(divisors + 128 + i));
+  const S8 q = MulHigh30(reinterpret_cast<S8>(_mm256_add_epi32(_mm256_abs_epi32(v), half)),
+                         reinterpret_cast<S8>(reciprocal));
+  // A zero coefficient quantises to 0 (half < divisor), so the sign's zeroing is harmless.
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
+                      _mm256_sign_epi32(reinterpret_cast<__m256i>(q), v));
+}
+#endif
+
 // Transforms and quantises `count` blocks side by side (see kje::Kernels).
 // V holds L = 4 or 8 lanes; the block is (8 / L)^2 tiles of L x L, and each
 // pass runs lane-wise over L rows (or columns) at once.
@@ -227,21 +262,178 @@ template <class V, bool kFast>
     for (int hu = 0; hu < H; ++hu)
       for (int hr = 0; hr < H; ++hr) Transpose(&t[hr][L * hu], &w[hu][L * hr]);
     for (int hu = 0; hu < H; ++hu) Pass<kFast, false>(w[hu]);
+    for (int v = 0; v < 8; ++v)
+      for (int hu = 0; hu < H; ++hu) Quantize(w[hu][v], divisors, 8 * v + L * hu, out);
+  }
+}
+#endif
 
-    // Quantisation as Fdct_Quantize: the rounded quotient of |c|, signed back.
-    for (int v = 0; v < 8; ++v) {
-      for (int hu = 0; hu < H; ++hu) {
-        const int i = 8 * v + L * hu;
-        V half, reciprocal;
-        std::memcpy(&half, divisors + 64 + i, sizeof half);
-        std::memcpy(&reciprocal, divisors + 128 + i, sizeof reciprocal);
-        const V c = w[hu][v];
-        const V sign = c >> 31;
-        const V q = MulHigh30(((c ^ sign) - sign) + half, reciprocal);
-        const V result = (q ^ sign) - sign;
-        std::memcpy(out + i, &result, sizeof result);
-      }
-    }
+#if defined(__SSE2__)
+// The fast transform on 16-bit lanes, one row per vector: eight lanes hold
+// one block, sixteen (AVX2) two side by side. Level-shifted samples bound
+// every sum the passes form: 128 times the sum of the absolute weights of
+// the samples in it, at most 1286 after the row pass and 12921 after the
+// column pass, 10288 for the largest product operand, and the truncations
+// move these by a few units. So sums fit in 16 bits, and twice every operand
+// of the 139 and 181 products fits as well, which the multiplies below need.
+
+// The 128-bit and (AVX2) 256-bit forms of the operations below, by overload;
+// the wide unpacks work within each 128-bit half.
+inline __m128i MulHigh16(__m128i a, __m128i b) { return _mm_mulhi_epi16(a, b); }
+inline __m128i Lo16(__m128i a, __m128i b) { return _mm_unpacklo_epi16(a, b); }
+inline __m128i Hi16(__m128i a, __m128i b) { return _mm_unpackhi_epi16(a, b); }
+inline __m128i Lo32(__m128i a, __m128i b) { return _mm_unpacklo_epi32(a, b); }
+inline __m128i Hi32(__m128i a, __m128i b) { return _mm_unpackhi_epi32(a, b); }
+inline __m128i Lo64(__m128i a, __m128i b) { return _mm_unpacklo_epi64(a, b); }
+inline __m128i Hi64(__m128i a, __m128i b) { return _mm_unpackhi_epi64(a, b); }
+inline __m128i Add16(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
+inline __m128i MulHighU16(__m128i a, __m128i b) { return _mm_mulhi_epu16(a, b); }
+inline __m128i Madd16(__m128i a, __m128i b) { return _mm_madd_epi16(a, b); }
+inline __m128i Sar32(__m128i a, int n) { return _mm_srai_epi32(a, n); }
+inline __m128i Pack32(__m128i a, __m128i b) { return _mm_packs_epi32(a, b); }
+inline void LoadRow(const int16_t* p, __m128i& out) {
+  out = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+}
+#if defined(__SSSE3__)
+inline __m128i Abs16(__m128i a) { return _mm_abs_epi16(a); }
+inline __m128i Sign16(__m128i a, __m128i s) { return _mm_sign_epi16(a, s); }
+#else
+inline __m128i Abs16(__m128i a) { return _mm_max_epi16(a, _mm_sub_epi16(_mm_setzero_si128(), a)); }
+inline __m128i Sign16(__m128i a, __m128i s) {
+  const __m128i sign = _mm_srai_epi16(s, 15);
+  return _mm_sub_epi16(_mm_xor_si128(a, sign), sign);
+}
+#endif
+#if defined(__AVX2__)
+inline __m256i MulHigh16(__m256i a, __m256i b) { return _mm256_mulhi_epi16(a, b); }
+inline __m256i Lo16(__m256i a, __m256i b) { return _mm256_unpacklo_epi16(a, b); }
+inline __m256i Hi16(__m256i a, __m256i b) { return _mm256_unpackhi_epi16(a, b); }
+inline __m256i Lo32(__m256i a, __m256i b) { return _mm256_unpacklo_epi32(a, b); }
+inline __m256i Hi32(__m256i a, __m256i b) { return _mm256_unpackhi_epi32(a, b); }
+inline __m256i Lo64(__m256i a, __m256i b) { return _mm256_unpacklo_epi64(a, b); }
+inline __m256i Hi64(__m256i a, __m256i b) { return _mm256_unpackhi_epi64(a, b); }
+inline __m256i Add16(__m256i a, __m256i b) { return _mm256_add_epi16(a, b); }
+inline __m256i MulHighU16(__m256i a, __m256i b) { return _mm256_mulhi_epu16(a, b); }
+inline __m256i Madd16(__m256i a, __m256i b) { return _mm256_madd_epi16(a, b); }
+inline __m256i Sar32(__m256i a, int n) { return _mm256_srai_epi32(a, n); }
+inline __m256i Pack32(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
+inline __m256i Abs16(__m256i a) { return _mm256_abs_epi16(a); }
+inline __m256i Sign16(__m256i a, __m256i s) { return _mm256_sign_epi16(a, s); }
+// The same row of the table for both blocks.
+inline void LoadRow(const int16_t* p, __m256i& out) {
+  out = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+#endif
+
+// (x * c) >> 8 from the high half of a 16 x 16-bit product: for c below 128
+// as x times c << 8, below 256 as 2x times c << 7, above 256 as x plus
+// x times (c - 256) << 8.
+template <class W, class M>
+inline W FastMul16(W x, int32_t c) {
+  const M a = reinterpret_cast<M>(x);
+  if (c < 128)
+    return reinterpret_cast<W>(MulHigh16(a, reinterpret_cast<M>(W{} + static_cast<int16_t>(c << 8))));
+  if (c < 256)
+    return reinterpret_cast<W>(
+        MulHigh16(reinterpret_cast<M>(x + x), reinterpret_cast<M>(W{} + static_cast<int16_t>(c << 7))));
+  return x +
+         reinterpret_cast<W>(MulHigh16(a, reinterpret_cast<M>(W{} + static_cast<int16_t>((c - 256) << 8))));
+}
+inline W8 FastMul(W8 x, int32_t c) { return FastMul16<W8, __m128i>(x, c); }
+
+// Transposes the 8x8 of 16-bit values in w[0..7] into b[0..7] (per 128-bit
+// half on 256 bits).
+template <class W, class U>
+inline void Transpose16(const W* w, W* b) {
+  U a[8], t[8], u[8];
+  for (int i = 0; i < 8; ++i) a[i] = reinterpret_cast<U>(w[i]);
+  for (int i = 0; i < 8; i += 2) {
+    t[i] = Lo16(a[i], a[i + 1]);
+    t[i + 1] = Hi16(a[i], a[i + 1]);
+  }
+  for (int i = 0; i < 8; i += 4) {
+    u[i] = Lo32(t[i], t[i + 2]);
+    u[i + 1] = Hi32(t[i], t[i + 2]);
+    u[i + 2] = Lo32(t[i + 1], t[i + 3]);
+    u[i + 3] = Hi32(t[i + 1], t[i + 3]);
+  }
+  for (int i = 0; i < 4; ++i) {
+    b[2 * i] = reinterpret_cast<W>(Lo64(u[i], u[i + 4]));
+    b[2 * i + 1] = reinterpret_cast<W>(Hi64(u[i], u[i + 4]));
+  }
+}
+inline void Transpose(const W8* a, W8* b) { Transpose16<W8, __m128i>(a, b); }
+#if defined(__AVX2__)
+inline W16 FastMul(W16 x, int32_t c) { return FastMul16<W16, __m256i>(x, c); }
+inline void Transpose(const W16* a, W16* b) { Transpose16<W16, __m256i>(a, b); }
+#endif
+
+template <class W>
+inline void FastTransform16(W* r) {
+  W t[8];
+  Transpose(r, t);
+  FastPass(t);
+  Transpose(t, r);
+  FastPass(r);
+}
+
+// Quantises coefficient row v (of each block in c) as Fdct_Quantize, by
+// Fdct_QuantizeSplit with the 16-bit tables t (Fdct_Tables16); |c| + d / 2
+// stays below 2^15 by the bounds above.
+template <class U>
+inline U QuantizeRow16(U c, const int16_t* t, int v) {
+  U half, lowBits, highOne0, highOne1;
+  LoadRow(t + 8 * v, half);
+  LoadRow(t + 64 + 8 * v, lowBits);
+  LoadRow(t + 128 + 16 * v, highOne0);
+  LoadRow(t + 136 + 16 * v, highOne1);
+  const U x = Add16(Abs16(c), half);
+  const U low = MulHighU16(x, lowBits);
+  const U q0 = Sar32(Madd16(Lo16(x, low), highOne0), 14);
+  const U q1 = Sar32(Madd16(Hi16(x, low), highOne1), 14);
+  // A zero coefficient quantises to 0 (half < divisor): its sign may clear it.
+  return Sign16(Pack32(q0, q1), c);
+}
+
+// Where the 16-bit tables follow the 32-bit ones.
+inline const int16_t* Tables16(const int32_t* divisors) {
+  return reinterpret_cast<const int16_t*>(divisors + 192);
+}
+
+// One block.
+inline void FastBlock16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
+  W8 r[8];
+  for (int y = 0; y < 8; ++y) {
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(rows[y] + column));
+    r[y] = reinterpret_cast<W8>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128())) - 128;
+  }
+  FastTransform16(r);
+  const int16_t* t = Tables16(divisors);
+  for (int v = 0; v < 8; ++v) {
+    const __m128i q = QuantizeRow16(reinterpret_cast<__m128i>(r[v]), t, v);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * v), _mm_srai_epi32(_mm_unpacklo_epi16(q, q), 16));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8 * v + 4),
+                     _mm_srai_epi32(_mm_unpackhi_epi16(q, q), 16));
+  }
+}
+#endif
+
+#if defined(__AVX2__)
+// Two adjacent blocks: block n's rows in the low halves, block n + 1's in the high.
+inline void FastPair16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
+  W16 r[8];
+  for (int y = 0; y < 8; ++y) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[y] + column));
+    r[y] = reinterpret_cast<W16>(_mm256_cvtepu8_epi16(bytes)) - 128;
+  }
+  FastTransform16(r);
+  const int16_t* t = Tables16(divisors);
+  for (int v = 0; v < 8; ++v) {
+    const __m256i q = QuantizeRow16(reinterpret_cast<__m256i>(r[v]), t, v);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 8 * v),
+                        _mm256_cvtepi16_epi32(_mm256_castsi256_si128(q)));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 64 + 8 * v),
+                        _mm256_cvtepi16_epi32(_mm256_extracti128_si256(q, 1)));
   }
 }
 #endif

@@ -1,5 +1,6 @@
-// The forward DCTs and quantisation for x86-64's baseline SSE2: four lanes,
-// so each block is four tiles.
+// The forward DCTs and quantisation for x86-64's baseline SSE2: the
+// accurate one on four 32-bit lanes (four tiles a block), the fast one on
+// eight 16-bit lanes.
 #include "kj.ekernels.h"
 
 #if defined(__x86_64__) && defined(__SSE2__)
@@ -14,7 +15,7 @@ void Fdct_SlowBlocks_sse2(unsigned char* const* rows, uint32_t column, uint32_t 
 
 void Fdct_FastBlocks_sse2(unsigned char* const* rows, uint32_t column, uint32_t count,
                           const int32_t* divisors, int32_t* out) {
-  FdctBlocks<S4, true>(rows, column, count, divisors, out);
+  for (uint32_t n = 0; n < count; ++n) FastBlock16(rows, column + 8 * n, divisors, out + 64 * n);
 }
 
 }  // namespace kje
