@@ -1,13 +1,13 @@
 // The encoder's forward DCTs and quantisation, written once: the 8-point
 // passes as templates that serve plain ints (the scalar twin, kj.efdct) and
-// GCC's generic vectors, and the block driver on 4 or 8 lanes of 32 bits,
-// compiled per instruction set by kj.efdct_sse2, kj.efdct_avx2 and
-// kj.efdct_neon. Everything here has internal linkage: a shared inline
-// function could be kept from a copy built with instructions the CPU lacks.
+// NEON's 32-bit lanes, both transforms on 16-bit lanes for x86 (eight, or
+// sixteen with AVX2: two blocks at once), compiled per instruction set by
+// kj.efdct_sse2, kj.efdct_avx2 and kj.efdct_neon. Everything here has
+// internal linkage: a shared inline function could be kept from a copy built
+// with instructions the CPU lacks.
 //
 // The arithmetic is the scalar twin's: the same constants, products and
-// shifts, rows first, then columns. Level-shifted 8-bit samples keep every
-// intermediate far below 2^31, so lanes never wrap.
+// shifts, rows first, then columns, and no sum ever wraps.
 #ifndef KJ_E_KJ_EFDCT_SIMD_H
 #define KJ_E_KJ_EFDCT_SIMD_H
 
@@ -135,7 +135,8 @@ inline void Pass(T* p) {
     SlowPass<kRows>(p);
 }
 
-#if defined(__SSE2__) || defined(__ARM_NEON)
+#if defined(__ARM_NEON)
+// The 32-bit lanes of NEON, which multiplies them natively.
 typedef int32_t S4 __attribute__((vector_size(16)));
 
 // Transposes the 4x4 of 32-bit values in a[0..3] into b[0..3].
@@ -160,14 +161,6 @@ inline void LoadSamples(const unsigned char* in, S4& out) {
 
 // (x * m) >> 30 per lane, unsigned, x < 2^17 and m < 2^30: the product needs
 // 64 bits, which only the widening multiplies give.
-#if defined(__SSE2__)
-inline S4 MulHigh30(S4 x, S4 m) {
-  const __m128i a = reinterpret_cast<__m128i>(x), b = reinterpret_cast<__m128i>(m);
-  const __m128i even = _mm_srli_epi64(_mm_mul_epu32(a, b), 30);
-  const __m128i odd = _mm_slli_epi64(_mm_mul_epu32(_mm_srli_epi64(a, 32), _mm_srli_epi64(b, 32)), 2);
-  return reinterpret_cast<S4>(_mm_or_si128(even, _mm_and_si128(odd, _mm_set_epi32(-1, 0, -1, 0))));
-}
-#else
 inline S4 MulHigh30(S4 x, S4 m) {
   const uint32x4_t a = vreinterpretq_u32_s32(reinterpret_cast<int32x4_t>(x));
   const uint32x4_t b = vreinterpretq_u32_s32(reinterpret_cast<int32x4_t>(m));
@@ -175,46 +168,7 @@ inline S4 MulHigh30(S4 x, S4 m) {
   const uint32x2_t hi = vshrn_n_u64(vmull_u32(vget_high_u32(a), vget_high_u32(b)), 30);
   return reinterpret_cast<S4>(vreinterpretq_s32_u32(vcombine_u32(lo, hi)));
 }
-#endif
-#endif
 
-#if defined(__AVX2__)
-typedef int32_t S8 __attribute__((vector_size(32)));
-
-// a[i] lane j becomes b[j] lane i.
-inline void Transpose(const S8* a, S8* b) {
-  S8 t[8], u[8];
-  for (int i = 0; i < 8; i += 2) {
-    t[i] = __builtin_shufflevector(a[i], a[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
-    t[i + 1] = __builtin_shufflevector(a[i], a[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);
-  }
-  for (int i = 0; i < 8; i += 4) {
-    for (int k = 0; k < 2; ++k) {
-      u[i + 2 * k] = __builtin_shufflevector(t[i + k], t[i + k + 2], 0, 1, 8, 9, 4, 5, 12, 13);
-      u[i + 2 * k + 1] = __builtin_shufflevector(t[i + k], t[i + k + 2], 2, 3, 10, 11, 6, 7, 14, 15);
-    }
-  }
-  for (int i = 0; i < 4; ++i) {
-    b[i] = __builtin_shufflevector(u[i], u[i + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-    b[i + 4] = __builtin_shufflevector(u[i], u[i + 4], 4, 5, 6, 7, 12, 13, 14, 15);
-  }
-}
-
-inline void LoadSamples(const unsigned char* in, S8& out) {
-  const __m128i b = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in));
-  out = reinterpret_cast<S8>(_mm256_cvtepu8_epi32(b)) - 128;
-}
-
-inline S8 MulHigh30(S8 x, S8 m) {
-  const __m256i a = reinterpret_cast<__m256i>(x), b = reinterpret_cast<__m256i>(m);
-  const __m256i even = _mm256_srli_epi64(_mm256_mul_epu32(a, b), 30);
-  const __m256i odd =
-      _mm256_slli_epi64(_mm256_mul_epu32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32)), 2);
-  return reinterpret_cast<S8>(_mm256_blend_epi32(even, odd, 0xAA));
-}
-#endif
-
-#if defined(__SSE2__) || defined(__ARM_NEON)
 // Quantises coefficients out[i ...] = c as Fdct_Quantize: the rounded
 // quotient of |c|, signed back.
 inline void Quantize(S4 c, const int32_t* divisors, int i, int32_t* out) {
@@ -227,22 +181,9 @@ inline void Quantize(S4 c, const int32_t* divisors, int i, int32_t* out) {
   std::memcpy(out + i, &result, sizeof result);
 }
 
-#if defined(__AVX2__)
-inline void Quantize(S8 c, const int32_t* divisors, int i, int32_t* out) {
-  const __m256i v = reinterpret_cast<__m256i>(c);
-  const __m256i half = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(divisors + 64 + i));
-  const __m256i reciprocal = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(divisors + 128 + i));
-  const S8 q = MulHigh30(reinterpret_cast<S8>(_mm256_add_epi32(_mm256_abs_epi32(v), half)),
-                         reinterpret_cast<S8>(reciprocal));
-  // A zero coefficient quantises to 0 (half < divisor), so the sign's zeroing is harmless.
-  _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
-                      _mm256_sign_epi32(reinterpret_cast<__m256i>(q), v));
-}
-#endif
-
 // Transforms and quantises `count` blocks side by side (see kje::Kernels).
-// V holds L = 4 or 8 lanes; the block is (8 / L)^2 tiles of L x L, and each
-// pass runs lane-wise over L rows (or columns) at once.
+// V holds L = 4 lanes; the block is (8 / L)^2 tiles of L x L, and each pass
+// runs lane-wise over L rows (or columns) at once.
 template <class V, bool kFast>
 [[maybe_unused]] void FdctBlocks(unsigned char* const* rows, uint32_t column, uint32_t count,
                                  const int32_t* divisors, int32_t* out) {
@@ -290,6 +231,8 @@ inline __m128i Add16(__m128i a, __m128i b) { return _mm_add_epi16(a, b); }
 inline __m128i MulHighU16(__m128i a, __m128i b) { return _mm_mulhi_epu16(a, b); }
 inline __m128i Madd16(__m128i a, __m128i b) { return _mm_madd_epi16(a, b); }
 inline __m128i Sar32(__m128i a, int n) { return _mm_srai_epi32(a, n); }
+inline __m128i Add32(__m128i a, __m128i b) { return _mm_add_epi32(a, b); }
+inline void Set32(int32_t v, __m128i& out) { out = _mm_set1_epi32(v); }
 inline __m128i Pack32(__m128i a, __m128i b) { return _mm_packs_epi32(a, b); }
 inline void LoadRow(const int16_t* p, __m128i& out) {
   out = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -316,6 +259,8 @@ inline __m256i Add16(__m256i a, __m256i b) { return _mm256_add_epi16(a, b); }
 inline __m256i MulHighU16(__m256i a, __m256i b) { return _mm256_mulhi_epu16(a, b); }
 inline __m256i Madd16(__m256i a, __m256i b) { return _mm256_madd_epi16(a, b); }
 inline __m256i Sar32(__m256i a, int n) { return _mm256_srai_epi32(a, n); }
+inline __m256i Add32(__m256i a, __m256i b) { return _mm256_add_epi32(a, b); }
+inline void Set32(int32_t v, __m256i& out) { out = _mm256_set1_epi32(v); }
 inline __m256i Pack32(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
 inline __m256i Abs16(__m256i a) { return _mm256_abs_epi16(a); }
 inline __m256i Sign16(__m256i a, __m256i s) { return _mm256_sign_epi16(a, s); }
@@ -368,13 +313,86 @@ inline W16 FastMul(W16 x, int32_t c) { return FastMul16<W16, __m256i>(x, c); }
 inline void Transpose(const W16* a, W16* b) { Transpose16<W16, __m256i>(a, b); }
 #endif
 
-template <class W>
-inline void FastTransform16(W* r) {
+// The accurate transform on 16-bit lanes. Its products are regrouped per
+// input, a * ka + b * kb + ..., and summed in 32 bits from 16 x 16-bit pairs;
+// the scalar's sums never wrap, so any grouping gives its exact values.
+// Bounds as above: at most 4096 after the row pass, column sums of eight
+// within -32768..32640, product operands within 16320, coefficients within
+// 8192 (the outputs are the true DCT times 8).
+template <class U>
+inline U Dot2(U ab, int16_t ka, int16_t kb) {
+  U k;
+  Set32(static_cast<int32_t>(static_cast<uint16_t>(ka) | static_cast<uint32_t>(static_cast<uint16_t>(kb))
+                                                             << 16),
+        k);
+  return Madd16(ab, k);
+}
+// Rounds and descales the 32-bit halves lo and hi by n, back to 16 bits.
+template <class W, class U>
+inline W Descale16(U lo, U hi, int n) {
+  U round;
+  Set32(1 << (n - 1), round);
+  return reinterpret_cast<W>(Pack32(Sar32(Add32(lo, round), n), Sar32(Add32(hi, round), n)));
+}
+template <class W, class U>
+inline W Dot2Descaled(W a, W b, int16_t ka, int16_t kb, int n) {
+  const U x = reinterpret_cast<U>(a), y = reinterpret_cast<U>(b);
+  return Descale16<W>(Dot2(Lo16(x, y), ka, kb), Dot2(Hi16(x, y), ka, kb), n);
+}
+// ab and cd: two pairs of inputs, interleaved (low and high halves).
+template <class W, class U>
+inline W Dot4Descaled(const U* ab, const U* cd, int16_t ka, int16_t kb, int16_t kc, int16_t kd, int n) {
+  return Descale16<W>(Add32(Dot2(ab[0], ka, kb), Dot2(cd[0], kc, kd)),
+                      Add32(Dot2(ab[1], ka, kb), Dot2(cd[1], kc, kd)), n);
+}
+
+template <bool kRows, class W, class U>
+inline void SlowPass16(W* p) {
+  const W tmp0 = p[0] + p[7], tmp7 = p[0] - p[7];
+  const W tmp1 = p[1] + p[6], tmp6 = p[1] - p[6];
+  const W tmp2 = p[2] + p[5], tmp5 = p[2] - p[5];
+  const W tmp3 = p[3] + p[4], tmp4 = p[3] - p[4];
+
+  const W tmp10 = tmp0 + tmp3, tmp13 = tmp0 - tmp3;
+  const W tmp11 = tmp1 + tmp2, tmp12 = tmp1 - tmp2;
+  constexpr int kOddShift = kRows ? 11 : 15;
+  if (kRows) {
+    p[0] = (tmp10 + tmp11) << 2;
+    p[4] = (tmp10 - tmp11) << 2;
+  } else {
+    p[0] = (tmp10 + tmp11 + 2) >> 2;
+    p[4] = (tmp10 - tmp11 + 2) >> 2;
+  }
+  p[2] = Dot2Descaled<W, U>(tmp13, tmp12, kFix0541196100 + kFix0765366865, kFix0541196100, kOddShift);
+  p[6] = Dot2Descaled<W, U>(tmp13, tmp12, kFix0541196100, kFix0541196100 - kFix1847759065, kOddShift);
+
+  const U t4 = reinterpret_cast<U>(tmp4), t5 = reinterpret_cast<U>(tmp5);
+  const U t6 = reinterpret_cast<U>(tmp6), t7 = reinterpret_cast<U>(tmp7);
+  const U a[2] = {Lo16(t4, t5), Hi16(t4, t5)}, b[2] = {Lo16(t6, t7), Hi16(t6, t7)};
+  // z5 feeds every input; z3 = tmp4 and tmp6, z4 = tmp5 and tmp7, z1 = tmp4
+  // and tmp7, z2 = tmp5 and tmp6, each plus the input's own factor.
+  constexpr int32_t z5 = kFix1175875602, z3 = z5 - kFix1961570560, z4 = z5 - kFix0390180644;
+  constexpr int32_t z1 = -kFix0899976223, z2 = -kFix2562915447;
+  p[7] = Dot4Descaled<W>(a, b, kFix0298631336 + z1 + z3, z5, z3, z1 + z5, kOddShift);
+  p[5] = Dot4Descaled<W>(a, b, z5, kFix2053119869 + z2 + z4, z2 + z5, z4, kOddShift);
+  p[3] = Dot4Descaled<W>(a, b, z3, z2 + z5, kFix3072711026 + z2 + z3, z5, kOddShift);
+  p[1] = Dot4Descaled<W>(a, b, z1 + z5, z4, z5, kFix1501321110 + z1 + z4, kOddShift);
+}
+
+// Rows first, then columns; r holds rows in, coefficient rows out.
+template <bool kFast, class W, class U>
+inline void Transform16(W* r) {
   W t[8];
   Transpose(r, t);
-  FastPass(t);
+  if (kFast)
+    FastPass(t);
+  else
+    SlowPass16<true, W, U>(t);
   Transpose(t, r);
-  FastPass(r);
+  if (kFast)
+    FastPass(r);
+  else
+    SlowPass16<false, W, U>(r);
 }
 
 // Quantises coefficient row v (of each block in c) as Fdct_Quantize, by
@@ -401,13 +419,14 @@ inline const int16_t* Tables16(const int32_t* divisors) {
 }
 
 // One block.
-inline void FastBlock16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
+template <bool kFast>
+inline void Block16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
   W8 r[8];
   for (int y = 0; y < 8; ++y) {
     const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(rows[y] + column));
     r[y] = reinterpret_cast<W8>(_mm_unpacklo_epi8(bytes, _mm_setzero_si128())) - 128;
   }
-  FastTransform16(r);
+  Transform16<kFast, W8, __m128i>(r);
   const int16_t* t = Tables16(divisors);
   for (int v = 0; v < 8; ++v) {
     const __m128i q = QuantizeRow16(reinterpret_cast<__m128i>(r[v]), t, v);
@@ -420,13 +439,14 @@ inline void FastBlock16(unsigned char* const* rows, uint32_t column, const int32
 
 #if defined(__AVX2__)
 // Two adjacent blocks: block n's rows in the low halves, block n + 1's in the high.
-inline void FastPair16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
+template <bool kFast>
+inline void Pair16(unsigned char* const* rows, uint32_t column, const int32_t* divisors, int32_t* out) {
   W16 r[8];
   for (int y = 0; y < 8; ++y) {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rows[y] + column));
     r[y] = reinterpret_cast<W16>(_mm256_cvtepu8_epi16(bytes)) - 128;
   }
-  FastTransform16(r);
+  Transform16<kFast, W16, __m256i>(r);
   const int16_t* t = Tables16(divisors);
   for (int v = 0; v < 8; ++v) {
     const __m256i q = QuantizeRow16(reinterpret_cast<__m256i>(r[v]), t, v);
@@ -435,6 +455,20 @@ inline void FastPair16(unsigned char* const* rows, uint32_t column, const int32_
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + 64 + 8 * v),
                         _mm256_cvtepi16_epi32(_mm256_extracti128_si256(q, 1)));
   }
+}
+#endif
+
+#if defined(__SSE2__)
+// Transforms and quantises `count` blocks side by side (see kje::Kernels):
+// two at once with AVX2, one at a time with SSE2.
+template <bool kFast>
+[[maybe_unused]] void FdctBlocks16(unsigned char* const* rows, uint32_t column, uint32_t count,
+                                   const int32_t* divisors, int32_t* out) {
+  uint32_t n = 0;
+#if defined(__AVX2__)
+  for (; n + 2 <= count; n += 2) Pair16<kFast>(rows, column + 8 * n, divisors, out + 64 * n);
+#endif
+  for (; n < count; ++n) Block16<kFast>(rows, column + 8 * n, divisors, out + 64 * n);
 }
 #endif
 
