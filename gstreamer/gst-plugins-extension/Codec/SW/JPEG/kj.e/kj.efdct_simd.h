@@ -210,13 +210,14 @@ template <class V, bool kFast>
 #endif
 
 #if defined(__SSE2__)
-// The fast transform on 16-bit lanes, one row per vector: eight lanes hold
-// one block, sixteen (AVX2) two side by side. Level-shifted samples bound
-// every sum the passes form: 128 times the sum of the absolute weights of
-// the samples in it, at most 1286 after the row pass and 12921 after the
-// column pass, 10288 for the largest product operand, and the truncations
-// move these by a few units. So sums fit in 16 bits, and twice every operand
-// of the 139 and 181 products fits as well, which the multiplies below need.
+// Both transforms on 16-bit lanes, one row per vector: eight lanes hold one
+// block, sixteen (AVX2) two side by side. Level-shifted samples bound every
+// sum a pass forms by 128 times the sum of the absolute weights of the
+// samples in it. Fast transform: at most 1286 after the row pass and 12921
+// after the column pass, 10288 for the largest product operand, and the
+// truncations move these by a few units. So sums fit in 16 bits, and twice
+// every operand of the 139 and 181 products fits as well, which the
+// multiplies below need. Accurate transform: see SlowPass16.
 
 // The 128-bit and (AVX2) 256-bit forms of the operations below, by overload;
 // the wide unpacks work within each 128-bit half.
@@ -233,6 +234,7 @@ inline __m128i Madd16(__m128i a, __m128i b) { return _mm_madd_epi16(a, b); }
 inline __m128i Sar32(__m128i a, int n) { return _mm_srai_epi32(a, n); }
 inline __m128i Add32(__m128i a, __m128i b) { return _mm_add_epi32(a, b); }
 inline void Set32(int32_t v, __m128i& out) { out = _mm_set1_epi32(v); }
+inline void Set16(int32_t v, __m128i& out) { out = _mm_set1_epi16(static_cast<int16_t>(v)); }
 inline __m128i Pack32(__m128i a, __m128i b) { return _mm_packs_epi32(a, b); }
 inline void LoadRow(const int16_t* p, __m128i& out) {
   out = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
@@ -261,6 +263,7 @@ inline __m256i Madd16(__m256i a, __m256i b) { return _mm256_madd_epi16(a, b); }
 inline __m256i Sar32(__m256i a, int n) { return _mm256_srai_epi32(a, n); }
 inline __m256i Add32(__m256i a, __m256i b) { return _mm256_add_epi32(a, b); }
 inline void Set32(int32_t v, __m256i& out) { out = _mm256_set1_epi32(v); }
+inline void Set16(int32_t v, __m256i& out) { out = _mm256_set1_epi16(static_cast<int16_t>(v)); }
 inline __m256i Pack32(__m256i a, __m256i b) { return _mm256_packs_epi32(a, b); }
 inline __m256i Abs16(__m256i a) { return _mm256_abs_epi16(a); }
 inline __m256i Sign16(__m256i a, __m256i s) { return _mm256_sign_epi16(a, s); }
@@ -276,13 +279,17 @@ inline void LoadRow(const int16_t* p, __m256i& out) {
 template <class W, class M>
 inline W FastMul16(W x, int32_t c) {
   const M a = reinterpret_cast<M>(x);
-  if (c < 128)
-    return reinterpret_cast<W>(MulHigh16(a, reinterpret_cast<M>(W{} + static_cast<int16_t>(c << 8))));
-  if (c < 256)
-    return reinterpret_cast<W>(
-        MulHigh16(reinterpret_cast<M>(x + x), reinterpret_cast<M>(W{} + static_cast<int16_t>(c << 7))));
-  return x +
-         reinterpret_cast<W>(MulHigh16(a, reinterpret_cast<M>(W{} + static_cast<int16_t>((c - 256) << 8))));
+  M k;
+  if (c < 128) {
+    Set16(c << 8, k);
+    return reinterpret_cast<W>(MulHigh16(a, k));
+  }
+  if (c < 256) {
+    Set16(c << 7, k);
+    return reinterpret_cast<W>(MulHigh16(reinterpret_cast<M>(x + x), k));
+  }
+  Set16((c - 256) << 8, k);
+  return x + reinterpret_cast<W>(MulHigh16(a, k));
 }
 inline W8 FastMul(W8 x, int32_t c) { return FastMul16<W8, __m128i>(x, c); }
 
