@@ -279,24 +279,25 @@ void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned
   }
 }
 
+void AverageChromaRows(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                       unsigned char* out) {
+  // A halved sample stands for both pixels of the pair: (2a + 2b + 2) / 4
+  // is (a + b + 1) / 2.
+  if (halved) {
+    for (uint32_t i = 0; i < pairs; ++i) out[i] = static_cast<unsigned char>((a[i] + b[i] + 1) / 2);
+    return;
+  }
+  for (uint32_t i = 0; i < pairs; ++i)
+    out[i] = static_cast<unsigned char>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + 2) / 4);
+}
+
 void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes, uint32_t row,
-                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
+                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV,
+                      ChromaRowsAverager* average) {
   kau::mem::Copy8(outY0, planes[0][row], width);
   kau::mem::Copy8(outY1, planes[0][row + 1], width);
-  unsigned char* out[2] = {outU, outV};
-  for (int c = 0; c < 2; ++c) {
-    const unsigned char* a = planes[c + 1][row];
-    const unsigned char* b = planes[c + 1][row + 1];
-    unsigned char* o = out[c];
-    // A halved chroma sample stands for both pixels of the pair:
-    // (2a + 2b + 2) / 4 is (a + b + 1) / 2.
-    if (halvedChroma) {
-      for (uint32_t i = 0; i < width / 2; ++i) o[i] = static_cast<unsigned char>((a[i] + b[i] + 1) / 2);
-    } else {
-      for (uint32_t i = 0; i < width / 2; ++i)
-        o[i] = static_cast<unsigned char>((a[2 * i] + a[2 * i + 1] + b[2 * i] + b[2 * i + 1] + 2) / 4);
-    }
-  }
+  average(width / 2, halvedChroma, planes[1][row], planes[1][row + 1], outU);
+  average(width / 2, halvedChroma, planes[2][row], planes[2][row + 1], outV);
 }
 
 void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1,

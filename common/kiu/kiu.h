@@ -184,11 +184,17 @@ void ConvertYUV111toRGBARow(uint32_t count, const unsigned char* y, const unsign
 void ConvertYUV420toI420(uint32_t width, const unsigned char* y0, const unsigned char* y1,
                          const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
                          unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// One I420 chroma row of `pairs` samples from two chroma rows: the rounded
+// 2x2 average, each pair's two samples or (halved) its one sample repeated.
+void AverageChromaRows(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                       unsigned char* out);
+using ChromaRowsAverager = decltype(AverageChromaRows);
 // I420 rows of even `width` from rows `row` and `row` + 1 of Y, Cb, Cr
 // planes taken as they are (chroma at x / 2 when halved): luma copied,
-// chroma the rounded 2x2 average of the repeated samples.
+// chroma averaged by `average` (AverageChromaRows or a twin).
 void ConvertYUVtoI420(uint32_t width, bool halvedChroma, unsigned char*** planes, uint32_t row,
-                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+                      unsigned char* outY0, unsigned char* outY1, unsigned char* outU, unsigned char* outV,
+                      ChromaRowsAverager* average = AverageChromaRows);
 // I420 rows of even `width` from two rows of packed 3-byte Y, U, V pixels:
 // luma as it is, chroma the rounded 2x2 average.
 void PackedYUVtoI420(uint32_t width, const unsigned char* row0, const unsigned char* row1,

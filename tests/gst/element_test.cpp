@@ -466,6 +466,37 @@ TEST(Decoder1x, FlushDiscardsAPartlyCollectedImage) {
   gst_buffer_unref(out);
 }
 
+// Frames decode into recycled memory: frames downstream still holds, across
+// size changes, a state cycle and the element's end, keep their pixels.
+TEST(Decoder1x, FramesHeldDownstreamKeepTheirPixelsWhileMoreFramesCome) {
+  const Bytes jpegs[] = {Jpeg(64, 48, 1), Jpeg(64, 48, 2), Jpeg(32, 16, 3), Jpeg(64, 48, 4)};
+  std::vector<std::pair<GstBuffer*, Bytes>> held;
+  {
+    Harness t("keljpeg_dec");
+    gst_harness_add_propose_allocation_meta(t.h, GST_VIDEO_META_API_TYPE, nullptr);
+    gst_harness_set_src_caps_str(t.h, "image/jpeg");
+    for (int round = 0; round < 2; ++round) {
+      for (const Bytes& jpeg : jpegs) {
+        // A frame dropped at once gives its memory back for the next.
+        ASSERT_EQ(t.Push(jpeg), GST_FLOW_OK);
+        gst_buffer_unref(gst_harness_pull(t.h));
+        ASSERT_EQ(t.Push(jpeg), GST_FLOW_OK);
+        held.emplace_back(gst_harness_pull(t.h), DecodedI420(jpeg));
+      }
+      gst_element_set_state(t.h->element, GST_STATE_READY);
+      gst_element_set_state(t.h->element, GST_STATE_PLAYING);
+    }
+  }
+  for (auto& [buffer, planes] : held) {
+    ASSERT_NE(buffer, nullptr);
+    GstMapInfo map;
+    ASSERT_TRUE(gst_buffer_map(buffer, &map, GST_MAP_READ));
+    EXPECT_EQ(Bytes(map.data, map.data + map.size), planes);
+    gst_buffer_unmap(buffer, &map);
+    gst_buffer_unref(buffer);
+  }
+}
+
 // Planes placed by GstVideoMeta with wider strides encode as the packed frame does.
 TEST(Encoder1x, RepacksFramesWhoseVideoMetaHasOtherStrides) {
   Harness t("keljpeg_enc");

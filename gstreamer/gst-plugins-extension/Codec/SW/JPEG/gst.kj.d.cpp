@@ -74,10 +74,73 @@ void StampOutput(GstKelJpegDec* self, GstBuffer* in, GstBuffer* out) {
   self->nextTimestamp += GST_BUFFER_DURATION(out);
 }
 
+// One frame on its way: the even size the decode reported and the memory
+// it decodes into.
+struct Frame {
+  GstKelJpegDec* self;
+  guint32 width = 0;
+  guint32 height = 0;
+  bool sizeRefused = false;
+#if KEL_GST_1
+  GstBuffer* buffer = nullptr;  // from the pool, mapped while map.data is set
+  GstMapInfo map{};
+#endif
+};
+
+guint32 I420Bytes(guint32 width, guint32 height) { return width * height / 2 * 3; }
+
 // ------------------------------------------------- version-specific steps
 #if KEL_GST_1
 
-void FreePlanes(gpointer planes) { kau::mem::Delete(planes); }
+// Ready at start: one frame downstream, one decoding. Frames downstream
+// keeps make the pool grow (no maximum), so the element never waits.
+constexpr guint kPoolPreallocated = 2;
+
+void ReleasePool(GstKelJpegDec* self) {
+  if (self->pool == nullptr) return;
+  // Buffers still downstream are freed when they come back.
+  gst_buffer_pool_set_active(self->pool, FALSE);
+  gst_object_unref(self->pool);
+  self->pool = nullptr;
+}
+
+GstBufferPool* NewPool(GstKelJpegDec* self, guint32 width, guint32 height) {
+  GstBufferPool* pool = gst_buffer_pool_new();
+  GstStructure* config = gst_buffer_pool_get_config(pool);
+  GstCaps* caps = kelgst::I420Caps(gint(width), gint(height), self->fpsN, self->fpsD);
+  gst_buffer_pool_config_set_params(config, caps, I420Bytes(width, height), kPoolPreallocated, 0);
+  gst_caps_unref(caps);
+  if (!gst_buffer_pool_set_config(pool, config) || !gst_buffer_pool_set_active(pool, TRUE)) {
+    gst_object_unref(pool);
+    return nullptr;
+  }
+  return pool;
+}
+
+// A pool buffer holding the planes packed; null if none could be had.
+unsigned char* FrameMemory(Frame* frame) {
+  GstKelJpegDec* self = frame->self;
+  if (self->pool == nullptr || self->poolWidth != frame->width || self->poolHeight != frame->height) {
+    ReleasePool(self);
+    self->pool = NewPool(self, frame->width, frame->height);
+    self->poolWidth = frame->width;
+    self->poolHeight = frame->height;
+  }
+  if (self->pool == nullptr ||
+      gst_buffer_pool_acquire_buffer(self->pool, &frame->buffer, nullptr) != GST_FLOW_OK)
+    return nullptr;
+  if (!gst_buffer_map(frame->buffer, &frame->map, GST_MAP_WRITE)) return nullptr;
+  return frame->map.data;
+}
+
+void ReleaseFrame(Frame* frame) {
+  if (frame->map.data != nullptr) gst_buffer_unmap(frame->buffer, &frame->map);
+  frame->map.data = nullptr;
+  if (frame->buffer != nullptr) gst_buffer_unref(frame->buffer);
+  frame->buffer = nullptr;
+}
+
+void ReleaseFrameMemory(GstKelJpegDec* self) { ReleasePool(self); }
 
 gboolean SetSourceCaps(GstKelJpegDec* self, GstCaps* caps) {
   if (!gst_pad_set_caps(self->srcpad, caps)) return FALSE;
@@ -89,24 +152,31 @@ gboolean SetSourceCaps(GstKelJpegDec* self, GstCaps* caps) {
   return TRUE;
 }
 
-// The planes become the buffer's memory, so no copy is made, unless
-// downstream cannot be told their packed layout: then they are copied into
-// GStreamer's default I420 layout (they differ when the width is not a
-// multiple of 8).
-GstFlowReturn MakeOutputBuffer(GstKelJpegDec* self, STImageSimple* image, GstBuffer** out) {
-  const guint w = image->width, h = image->height;
+// The pool buffer goes downstream as it is, unless downstream cannot be told
+// the packed layout: then the planes are copied into GStreamer's default
+// I420 layout (they differ when the width is not a multiple of 8).
+GstFlowReturn MakeOutputBuffer(GstKelJpegDec* self, Frame* frame, GstBuffer** out) {
+  const guint w = frame->width, h = frame->height;
   GstVideoInfo info;
   gst_video_info_set_format(&info, GST_VIDEO_FORMAT_I420, w, h);
-  const bool packedIsDefault = GST_VIDEO_INFO_SIZE(&info) == image->size &&
-                               GST_VIDEO_INFO_PLANE_STRIDE(&info, 0) == gint(w) &&
-                               GST_VIDEO_INFO_PLANE_STRIDE(&info, 1) == gint(w / 2);
+  const jpdyuv::I420Planes packed = jpdyuv::PackedPlanes(frame->map.data, w, h);
+  bool packedIsDefault = GST_VIDEO_INFO_SIZE(&info) == I420Bytes(w, h);
+  for (guint p = 0; p < 3; ++p) {
+    packedIsDefault = packedIsDefault && GST_VIDEO_INFO_PLANE_STRIDE(&info, p) == gint(packed.strides[p]) &&
+                      GST_VIDEO_INFO_PLANE_OFFSET(&info, p) == gsize(packed.planes[p] - packed.planes[0]);
+  }
   if (self->downstreamVideoMeta || packedIsDefault) {
-    *out = gst_buffer_new_wrapped_full(static_cast<GstMemoryFlags>(0), image->data, image->size, 0,
-                                       image->size, image->data, FreePlanes);
-    image->data = nullptr;
+    gst_buffer_unmap(frame->buffer, &frame->map);
+    frame->map.data = nullptr;
+    *out = frame->buffer;
+    frame->buffer = nullptr;
     if (self->downstreamVideoMeta) {
-      gsize offsets[GST_VIDEO_MAX_PLANES] = {0, w * h, w * h + w * h / 4};
-      gint strides[GST_VIDEO_MAX_PLANES] = {gint(w), gint(w / 2), gint(w / 2)};
+      gsize offsets[GST_VIDEO_MAX_PLANES] = {};
+      gint strides[GST_VIDEO_MAX_PLANES] = {};
+      for (guint p = 0; p < 3; ++p) {
+        offsets[p] = gsize(packed.planes[p] - packed.planes[0]);
+        strides[p] = gint(packed.strides[p]);
+      }
       gst_buffer_add_video_meta_full(*out, GST_VIDEO_FRAME_FLAG_NONE, GST_VIDEO_FORMAT_I420, w, h, 3, offsets,
                                      strides);
     }
@@ -114,21 +184,19 @@ GstFlowReturn MakeOutputBuffer(GstKelJpegDec* self, STImageSimple* image, GstBuf
   }
   *out = gst_buffer_new_allocate(nullptr, GST_VIDEO_INFO_SIZE(&info), nullptr);
   if (*out == nullptr) return GST_FLOW_ERROR;
-  GstVideoFrame frame;
-  if (!gst_video_frame_map(&frame, &info, *out, GST_MAP_WRITE)) {
+  GstVideoFrame video;
+  if (!gst_video_frame_map(&video, &info, *out, GST_MAP_WRITE)) {
     gst_buffer_unref(*out);
     *out = nullptr;
     return GST_FLOW_ERROR;
   }
-  const unsigned char* plane = image->data;
   for (guint p = 0; p < 3; ++p) {
     const guint pw = p == 0 ? w : w / 2, ph = p == 0 ? h : h / 2;
-    auto* dst = static_cast<unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, p));
-    const gint stride = GST_VIDEO_FRAME_PLANE_STRIDE(&frame, p);
-    for (guint row = 0; row < ph; ++row) kau::mem::Copy8(dst + row * stride, plane + row * pw, pw);
-    plane += pw * ph;
+    auto* dst = static_cast<unsigned char*>(GST_VIDEO_FRAME_PLANE_DATA(&video, p));
+    const gint stride = GST_VIDEO_FRAME_PLANE_STRIDE(&video, p);
+    for (guint row = 0; row < ph; ++row) kau::mem::Copy8(dst + row * stride, packed.planes[p] + row * pw, pw);
   }
-  gst_video_frame_unmap(&frame);
+  gst_video_frame_unmap(&video);
   return GST_FLOW_OK;
 }
 
@@ -142,12 +210,34 @@ GstFlowReturn PushOutput(GstKelJpegDec* self, GstBuffer* out) {
 
 #else  // GStreamer 0.10
 
+// The element's own block; the frame is copied out of it into the buffer
+// downstream gives (allocated only once the frame has decoded).
+unsigned char* FrameMemory(Frame* frame) {
+  GstKelJpegDec* self = frame->self;
+  const guint32 bytes = I420Bytes(frame->width, frame->height);
+  if (self->planesBytes != bytes) {
+    kau::mem::Delete(self->planes);
+    self->planes = static_cast<unsigned char*>(kau::mem::New(bytes));
+    self->planesBytes = self->planes != nullptr ? bytes : 0;
+  }
+  return self->planes;
+}
+
+void ReleaseFrame(Frame*) {}
+
+void ReleaseFrameMemory(GstKelJpegDec* self) {
+  kau::mem::Delete(self->planes);
+  self->planes = nullptr;
+  self->planesBytes = 0;
+}
+
 gboolean SetSourceCaps(GstKelJpegDec* self, GstCaps* caps) { return gst_pad_set_caps(self->srcpad, caps); }
 
-GstFlowReturn MakeOutputBuffer(GstKelJpegDec* self, STImageSimple* image, GstBuffer** out) {
-  GstFlowReturn flow = gst_pad_alloc_buffer_and_set_caps(self->srcpad, GST_BUFFER_OFFSET_NONE, image->size,
+GstFlowReturn MakeOutputBuffer(GstKelJpegDec* self, Frame* frame, GstBuffer** out) {
+  const guint32 size = I420Bytes(frame->width, frame->height);
+  GstFlowReturn flow = gst_pad_alloc_buffer_and_set_caps(self->srcpad, GST_BUFFER_OFFSET_NONE, size,
                                                          GST_PAD_CAPS(self->srcpad), out);
-  if (flow == GST_FLOW_OK) kau::mem::Copy8(GST_BUFFER_DATA(*out), image->data, image->size);
+  if (flow == GST_FLOW_OK) kau::mem::Copy8(GST_BUFFER_DATA(*out), self->planes, size);
   return flow;
 }
 
@@ -155,10 +245,24 @@ GstFlowReturn PushOutput(GstKelJpegDec* self, GstBuffer* out) { return gst_pad_p
 
 #endif
 
+// Asked by the decode for the planes once the size is known: a size passed
+// on gets memory kept across frames, any other stops the decode.
+bool SupplyPlanes(void* context, uint32_t width, uint32_t height, jpdyuv::I420Planes* planes) {
+  auto* frame = static_cast<Frame*>(context);
+  frame->width = width;
+  frame->height = height;
+  frame->sizeRefused = !SupportedSize(width, height);
+  if (frame->sizeRefused) return false;
+  unsigned char* memory = FrameMemory(frame);
+  if (memory == nullptr) return false;
+  *planes = jpdyuv::PackedPlanes(memory, width, height);
+  return true;
+}
+
 // Decodes the complete image the input holds and pushes its frame; `in` is
 // the buffer that completed it (null when draining at the end of stream).
 GstFlowReturn DecodeHeldImage(GstKelJpegDec* self, GstBuffer* in) {
-  STImageSimple image{};
+  Frame frame{self};
   GstFlowReturn flow = GST_FLOW_OK;
   try {
     MMStream* stream = self->input.Stream();
@@ -168,20 +272,22 @@ GstFlowReturn DecodeHeldImage(GstKelJpegDec* self, GstBuffer* in) {
       GST_ERROR_OBJECT(self, "picture dimension is out of supported range");
       return GST_FLOW_ERROR;
     }
-    if (jpdyuv::DecodeJPG(stream, &image, true, kDecodeLimits) == 0) {
+    const jpdyuv::IntoResult decoded = jpdyuv::DecodeI420Into(stream, kDecodeLimits, SupplyPlanes, &frame);
+    if (decoded == jpdyuv::IntoResult::kFailed) {
+      ReleaseFrame(&frame);
       // Go on past the failed image too, or its bytes would stay in front of every image after it.
       StartNextImage(self);
       GST_ERROR_OBJECT(self, "internal error while decoding JPG");
       return GST_FLOW_ERROR;
     }
     StartNextImage(self);
-    if (!SupportedSize(image.width, image.height)) {
+    if (frame.sizeRefused) {
       GST_ERROR_OBJECT(self, "picture dimension is out of supported range");
       flow = GST_FLOW_ERROR;
-    } else if (gint32(image.width) != self->width || gint32(image.height) != self->height || !self->capsSet) {
+    } else if (gint32(frame.width) != self->width || gint32(frame.height) != self->height || !self->capsSet) {
       self->capsSet = FALSE;
-      self->width = gint32(image.width);
-      self->height = gint32(image.height);
+      self->width = gint32(frame.width);
+      self->height = gint32(frame.height);
       GstCaps* caps = kelgst::I420Caps(self->width, self->height, self->fpsN, self->fpsD);
       if (!SetSourceCaps(self, caps)) {
         GST_ERROR_OBJECT(self, "cannot set caps on srcpad");
@@ -192,7 +298,9 @@ GstFlowReturn DecodeHeldImage(GstKelJpegDec* self, GstBuffer* in) {
       gst_caps_unref(caps);
     }
     GstBuffer* out = nullptr;
-    if (flow == GST_FLOW_OK && MakeOutputBuffer(self, &image, &out) != GST_FLOW_OK) {
+    // Declined with a size passed on: no memory for the frame.
+    if (flow == GST_FLOW_OK &&
+        (decoded != jpdyuv::IntoResult::kDecoded || MakeOutputBuffer(self, &frame, &out) != GST_FLOW_OK)) {
       GST_ERROR_OBJECT(self, "could not create output buffer");
       flow = GST_FLOW_ERROR;
     }
@@ -204,10 +312,10 @@ GstFlowReturn DecodeHeldImage(GstKelJpegDec* self, GstBuffer* in) {
       if (flow != GST_FLOW_OK) GST_ERROR_OBJECT(self, "could not push output buffer");
     }
   } catch (...) {
-    kau::mem::Delete(image.data);
+    ReleaseFrame(&frame);
     throw;
   }
-  kau::mem::Delete(image.data);
+  ReleaseFrame(&frame);
   return flow;
 }
 
@@ -356,6 +464,7 @@ GstStateChangeReturn gst_keljpeg_dec_change_state(GstElement* element, GstStateC
   const GstStateChangeReturn result = parentClass->change_state(element, transition);
   if (result == GST_STATE_CHANGE_SUCCESS && transition == GST_STATE_CHANGE_PAUSED_TO_READY) {
     self->input.Destruct();
+    ReleaseFrameMemory(self);
   }
   return result;
 }

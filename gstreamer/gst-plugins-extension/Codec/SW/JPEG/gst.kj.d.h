@@ -30,6 +30,16 @@ struct GstKelJpegDec {
   gboolean needSegment;
   GstSegment segment;
   gboolean downstreamVideoMeta;  // downstream takes GstVideoMeta
+  // Frames of one size decode into its buffers, which come back when
+  // downstream drops them; replaced when the size changes.
+  GstBufferPool* pool;
+  guint32 poolWidth;
+  guint32 poolHeight;
+#else
+  // The planes each frame decodes into before it is copied downstream,
+  // kept while frames keep their size.
+  unsigned char* planes;
+  guint32 planesBytes;
 #endif
 };
 

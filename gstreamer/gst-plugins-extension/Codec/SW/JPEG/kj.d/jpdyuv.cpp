@@ -15,13 +15,30 @@ constexpr kau::Site kSiteDriverCatch{kSource, 99};
 constexpr kau::Site kSiteStreamCatch{kSource, 115};
 constexpr kau::Site kSiteMemoryCatch{kSource, 126};
 
+// I420 written straight into the supplied planes, row pair by row pair.
+// False when `supply` declined; throws on failure.
+bool IntoRows(kjd::Decoder& decoder, SupplyPlanesFn supply, void* context) {
+  decoder.output.kind = kjd::Decoder::OutputKind::kI420;
+  decoder.PlanOutput(0, 0);
+  kjd::Decoder::OutputTarget target;
+  target.width = static_cast<uint32_t>(decoder.OutputWidth()) & ~1u;
+  target.height = static_cast<uint32_t>(decoder.OutputHeight()) & ~1u;
+  I420Planes planes{};
+  if (!supply(context, target.width, target.height, &planes)) return false;
+  for (int p = 0; p < 3; ++p) {
+    target.planes[p] = planes.planes[p];
+    target.strides[p] = planes.strides[p];
+  }
+  if (!decoder.ProduceRows(target)) kau::Throw(kSiteNoPixels);
+  return true;
+}
+
 int Decode(kjd::Decoder& decoder, STImageSimple* image, bool planar) {
-  using Kind = kjd::Decoder::OutputKind;
   unsigned char* pixels = nullptr;
   try {
     if (image == nullptr) kau::Throw(kSiteNullImage);
     if (!planar) {
-      decoder.output.kind = Kind::kPackedYuv;
+      decoder.output.kind = kjd::Decoder::OutputKind::kPackedYuv;
       pixels = decoder.DecodeImage(0, 0);
       if (pixels == nullptr) kau::Throw(kSiteNoPixels);
       if (decoder.ScaleImageYUV(pixels) == nullptr) kau::Throw(kSiteNoYuv);
@@ -32,26 +49,18 @@ int Decode(kjd::Decoder& decoder, STImageSimple* image, bool planar) {
       image->bitsPerPixel = 24;
       return 1;
     }
-    // I420 written straight into the caller's planes, row pair by row pair.
-    decoder.output.kind = Kind::kI420;
-    decoder.PlanOutput(0, 0);
-    const uint32_t w = static_cast<uint32_t>(decoder.OutputWidth()) & ~1u;
-    const uint32_t h = static_cast<uint32_t>(decoder.OutputHeight()) & ~1u;
-    const uint32_t size = w * h / 2 * 3;
-    pixels = static_cast<unsigned char*>(kau::mem::New(size));
-    if (pixels == nullptr) kau::Throw(kSitePlanes);
-    kjd::Decoder::OutputTarget target;
-    target.planes[0] = pixels;
-    target.planes[1] = pixels + w * h;
-    target.planes[2] = target.planes[1] + w * h / 4;
-    target.strides[0] = w;
-    target.strides[1] = target.strides[2] = w / 2;
-    target.width = w;
-    target.height = h;
-    if (!decoder.ProduceRows(target)) kau::Throw(kSiteNoPixels);
-    image->width = w;
-    image->height = h;
-    image->size = size;
+    // Planes of our own, handed to the caller.
+    const auto own = [](void* context, uint32_t w, uint32_t h, I420Planes* planes) {
+      auto* block = static_cast<unsigned char**>(context);
+      *block = static_cast<unsigned char*>(kau::mem::New(w * h / 2 * 3));
+      if (*block == nullptr) kau::Throw(kSitePlanes);
+      *planes = PackedPlanes(*block, w, h);
+      return true;
+    };
+    IntoRows(decoder, own, &pixels);
+    image->width = static_cast<uint32_t>(decoder.OutputWidth()) & ~1u;
+    image->height = static_cast<uint32_t>(decoder.OutputHeight()) & ~1u;
+    image->size = image->width * image->height / 2 * 3;
     image->data = pixels;
     return 1;
   } catch (...) {
@@ -91,6 +100,23 @@ int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar, const kjd::De
   } catch (...) {
     kau::ReportCurrentException(kSiteStreamCatch);
     return 0;
+  }
+}
+
+IntoResult DecodeI420Into(MMStream* stream, const kjd::DecodeLimits& limits, SupplyPlanesFn supply,
+                          void* context) {
+  try {
+    kjd::Decoder decoder(stream, 0);
+    decoder.limits = limits;
+    try {
+      return IntoRows(decoder, supply, context) ? IntoResult::kDecoded : IntoResult::kDeclined;
+    } catch (...) {
+      kau::ReportCurrentException(kSiteDriverCatch);
+      return IntoResult::kFailed;
+    }
+  } catch (...) {
+    kau::ReportCurrentException(kSiteStreamCatch);
+    return IntoResult::kFailed;
   }
 }
 

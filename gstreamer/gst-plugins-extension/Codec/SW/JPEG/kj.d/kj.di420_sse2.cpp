@@ -2,7 +2,6 @@
 #include "kj.dkernels.h"
 
 #if defined(__x86_64__) && defined(__SSE2__)
-#define KJ_I420_PAIRS 8
 #include "kj.di420_simd.h"
 
 namespace kjd {
@@ -11,6 +10,11 @@ void YUV420toI420_sse2(uint32_t width, const unsigned char* y0, const unsigned c
                        const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
                        unsigned char* outY1, unsigned char* outU, unsigned char* outV) {
   Yuv420ToI420(width, y0, y1, cb, cr, outY0, outY1, outU, outV);
+}
+
+void AverageChromaRows_sse2(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                            unsigned char* out) {
+  AverageChroma(pairs, halved, a, b, out);
 }
 
 }  // namespace kjd

@@ -19,6 +19,7 @@ const Kernels kScalar{
     kiu::ConvertYUV211toRGBARows,
     kiu::ConvertYUV111toRGBARow,
     kiu::ConvertYUV420toI420,
+    kiu::AverageChromaRows,
 };
 #if defined(__x86_64__)
 const Kernels kSse2{
@@ -28,6 +29,7 @@ const Kernels kSse2{
     ConvertYUV211toRGBARows_sse2,
     ConvertYUV111toRGBARow_sse2,
     YUV420toI420_sse2,
+    AverageChromaRows_sse2,
 };
 const Kernels kAvx2{
     "avx2",
@@ -36,6 +38,7 @@ const Kernels kAvx2{
     ConvertYUV211toRGBARows_avx2,
     ConvertYUV111toRGBARow_avx2,
     YUV420toI420_avx2,
+    AverageChromaRows_avx2,
 };
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
 const Kernels kNeon{
@@ -45,6 +48,7 @@ const Kernels kNeon{
     ConvertYUV211toRGBARows_neon,
     ConvertYUV111toRGBARow_neon,
     YUV420toI420_neon,
+    AverageChromaRows_neon,
 };
 #endif
 

@@ -22,6 +22,9 @@ using Rgba111Row = void(uint32_t count, const unsigned char* y, const unsigned c
 using I420Rows = void(uint32_t width, const unsigned char* y0, const unsigned char* y1,
                       const unsigned char* cb, const unsigned char* cr, unsigned char* outY0,
                       unsigned char* outY1, unsigned char* outU, unsigned char* outV);
+// kiu::AverageChromaRows: two chroma rows to one I420 chroma row.
+using I420ChromaRows = void(uint32_t pairs, bool halved, const unsigned char* a, const unsigned char* b,
+                            unsigned char* out);
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
@@ -30,6 +33,7 @@ struct Kernels {
   Rgba211Row* rgba211;  // 4:2:2 rows, and 4:2:0 row pairs
   Rgba111Row* rgba111;
   I420Rows* yuv420ToI420;
+  I420ChromaRows* i420Chroma;  // 4:4:4 and 4:2:2 rows to I420
 };
 
 // The best variant the running CPU supports, picked on first use.
@@ -52,6 +56,8 @@ Rgba211Row ConvertYUV211toRGBARows_sse2, ConvertYUV211toRGBARows_avx2, ConvertYU
 Rgba111Row ConvertYUV111toRGBARow_sse2, ConvertYUV111toRGBARow_avx2, ConvertYUV111toRGBARow_neon;
 // SIMD twins of kiu::ConvertYUV420toI420.
 I420Rows YUV420toI420_sse2, YUV420toI420_avx2, YUV420toI420_neon;
+// SIMD twins of kiu::AverageChromaRows.
+I420ChromaRows AverageChromaRows_sse2, AverageChromaRows_avx2, AverageChromaRows_neon;
 
 }  // namespace kjd
 

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kau/kausimd.h"
 #include "kiu/kiu.h"  // the weights and the scalar twins' declarations only
 
 #if defined(__SSE2__)
@@ -25,20 +26,7 @@
 
 namespace {
 
-typedef uint8_t B16 __attribute__((vector_size(16)));
-typedef int16_t H8 __attribute__((vector_size(16)));
-typedef int32_t W4 __attribute__((vector_size(16)));
-
 #if defined(__SSE2__)
-// Two vectors of 32-bit values that fit in 16 bits, as one vector.
-inline H8 Narrow(W4 lo, W4 hi) {
-  return reinterpret_cast<H8>(_mm_packs_epi32(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi)));
-}
-// Sixteen values, each saturated to 0..255.
-inline B16 Saturate(H8 lo, H8 hi) {
-  return reinterpret_cast<B16>(
-      _mm_packus_epi16(reinterpret_cast<__m128i>(lo), reinterpret_cast<__m128i>(hi)));
-}
 // Sixteen pixels' channels, interleaved.
 inline void StoreRgba(B16 r, B16 g, B16 b, B16 a, unsigned char* out) {
   const __m128i rg0 = _mm_unpacklo_epi8(reinterpret_cast<__m128i>(r), reinterpret_cast<__m128i>(g));
@@ -52,14 +40,6 @@ inline void StoreRgba(B16 r, B16 g, B16 b, B16 a, unsigned char* out) {
   _mm_storeu_si128(o + 3, _mm_unpackhi_epi16(rg1, ba1));
 }
 #elif defined(__ARM_NEON)
-inline H8 Narrow(W4 lo, W4 hi) {
-  return reinterpret_cast<H8>(
-      vcombine_s16(vmovn_s32(reinterpret_cast<int32x4_t>(lo)), vmovn_s32(reinterpret_cast<int32x4_t>(hi))));
-}
-inline B16 Saturate(H8 lo, H8 hi) {
-  return reinterpret_cast<B16>(vcombine_u8(vqmovun_s16(reinterpret_cast<int16x8_t>(lo)),
-                                           vqmovun_s16(reinterpret_cast<int16x8_t>(hi))));
-}
 inline void StoreRgba(B16 r, B16 g, B16 b, B16 a, unsigned char* out) {
   uint8x16x4_t v;
   v.val[0] = reinterpret_cast<uint8x16_t>(r);

@@ -311,6 +311,7 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
 
   const unsigned long W = outputWidth;
   I420Rows* const toI420 = Kernels_Active().yuv420ToI420;
+  I420ChromaRows* const averageChroma = Kernels_Active().i420Chroma;
   const unsigned char alpha = alphaValue;
   const Kernels& rgba = Kernels_Active();
   // Every iMCU row is decoded even when an I420 picture drops the last row,
@@ -349,7 +350,8 @@ void Decoder::Upsample_ProcessSingleRows(const OutputTarget& target) {
           for (uint32_t r = 0; r < S && !sink.Full(); r += 2) {
             const uint32_t y = sink.TakePair();
             kiu::ConvertYUVtoI420(target.width, plan == Plan::kRawYuv211, samples, r, sink.Plane(0, y),
-                                  sink.Plane(0, y + 1), sink.Plane(1, y / 2), sink.Plane(2, y / 2));
+                                  sink.Plane(0, y + 1), sink.Plane(1, y / 2), sink.Plane(2, y / 2),
+                                  averageChroma);
           }
           break;
         }

@@ -97,9 +97,8 @@ class Encoder {
   void Downsample_AsTheyStand(Component* component);
   void Downsample_H2V1(Component* component);
   void Downsample_H2V2(Component* component);
-  void Downsample_PackedFullSize(Component* component);
-  void Downsample_PackedH2V1(Component* component);
   void Downsample_PackedH2V2(Component* component);
+  void Downsample_ByLuma(Component* component);
 
   // Forward DCT and quantisation (kj.efdct).
   void Fdct_Start(int quality);

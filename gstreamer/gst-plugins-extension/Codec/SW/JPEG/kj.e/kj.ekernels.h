@@ -11,6 +11,8 @@
 
 namespace kje {
 
+struct YccRows;
+
 // Forward DCT and quantisation of `count` blocks side by side: block n's
 // samples are rows[0..7] + column + 8 * n; `divisors` is a quantisation
 // table's divisors, halves and reciprocals (64 each, kj.efdct); each block's
@@ -22,12 +24,8 @@ struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
   uint64_t (*huffNonZero)(const int32_t* block);
-  // Packed RGB to Y, Cb or Cr rows, full size, 2x1 and 2x2 (kj.esample.h).
-  void (*yccRow)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel, unsigned char* out);
-  void (*yccRowH2V1)(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                     unsigned char* out);
-  void (*yccRowH2V2)(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
-                     int channel, unsigned char* out);
+  // Packed RGB rows to YCbCr 4:2:0 (kj.esample.h).
+  void (*yccRows)(const YccRows& rows);
   // The accurate transform (packed input) and the fast one (planar input).
   FdctBlocksRoutine* fdctSlowBlocks;
   FdctBlocksRoutine* fdctFastBlocks;
@@ -36,6 +34,9 @@ struct Kernels {
 uint64_t Huff_NonZero_scalar(const int32_t* block);
 uint64_t Huff_NonZero_sse2(const int32_t* block);
 uint64_t Huff_NonZero_neon(const int32_t* block);
+void Sample_YccRows_sse2(const YccRows& rows);
+void Sample_YccRows_avx2(const YccRows& rows);
+void Sample_YccRows_neon(const YccRows& rows);
 FdctBlocksRoutine Fdct_SlowBlocks_scalar, Fdct_SlowBlocks_sse2, Fdct_SlowBlocks_avx2, Fdct_SlowBlocks_neon;
 FdctBlocksRoutine Fdct_FastBlocks_scalar, Fdct_FastBlocks_sse2, Fdct_FastBlocks_avx2, Fdct_FastBlocks_neon;
 

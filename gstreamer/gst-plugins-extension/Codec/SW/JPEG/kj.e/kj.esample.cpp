@@ -93,12 +93,15 @@ void Encoder::Sampler_Start() {
     if (planar) {
       c->downsample =
           c->inputWidth == c->paddedWidth ? &Encoder::Downsample_AsTheyStand : &Encoder::Downsample_FullSize;
+    } else if (packedToYcc) {
+      // The factors are fixed at 2x2, 1x1, 1x1: luma's routine writes all three.
+      c->downsample = c == components_ ? &Encoder::Downsample_PackedH2V2 : &Encoder::Downsample_ByLuma;
     } else if (c->h == hmax_ && c->v == vmax_) {
-      c->downsample = packedToYcc ? &Encoder::Downsample_PackedFullSize : &Encoder::Downsample_FullSize;
+      c->downsample = &Encoder::Downsample_FullSize;
     } else if (c->h * 2 == hmax_ && c->v == vmax_) {
-      c->downsample = packedToYcc ? &Encoder::Downsample_PackedH2V1 : &Encoder::Downsample_H2V1;
+      c->downsample = &Encoder::Downsample_H2V1;
     } else if (c->h * 2 == hmax_ && c->v * 2 == vmax_) {
-      c->downsample = packedToYcc ? &Encoder::Downsample_PackedH2V2 : &Encoder::Downsample_H2V2;
+      c->downsample = &Encoder::Downsample_H2V2;
     } else {
       kau::Throw(kSiteNoDownsampler);
     }
@@ -232,41 +235,23 @@ void Encoder::Downsample_H2V2(Component* c) {
   }
 }
 
-void Encoder::Downsample_PackedFullSize(Component* c) {
-  const int base = groupsDone_ * c->v;
-  const int channel = static_cast<int>(c - components_);
-  const Kernels& k = Kernels_Active();
-  for (int r = 0; r < c->v; ++r)
-    k.yccRow(c->rowGroup[r], paddedWidth_, c->paddedWidth, channel, c->blockRows[base + r]);
+void Encoder::Downsample_PackedH2V2(Component*) {
+  // Luma of the row pair and the chroma squares in one pass over the pixels.
+  Component* c = components_;
+  const int group = groupsDone_;
+  const YccRows rows{{c[0].rowGroup[0], c[0].rowGroup[1]},
+                     paddedWidth_,
+                     c[0].paddedWidth,
+                     c[1].paddedWidth,
+                     {c[0].blockRows[2 * group], c[0].blockRows[2 * group + 1]},
+                     c[1].blockRows[group],
+                     c[2].blockRows[group]};
+  Kernels_Active().yccRows(rows);
 }
 
-void Encoder::Downsample_PackedH2V1(Component* c) {
-  const int base = groupsDone_ * c->v;
-  const int channel = static_cast<int>(c - components_);
-  const Kernels& k = Kernels_Active();
-  for (int r = 0; r < c->v; ++r)
-    k.yccRowH2V1(c->rowGroup[r], paddedWidth_, c->paddedWidth, channel, c->blockRows[base + r]);
-}
-
-void Encoder::Downsample_PackedH2V2(Component* c) {
-  const int base = groupsDone_ * c->v;
-  const int channel = static_cast<int>(c - components_);
-  const Kernels& k = Kernels_Active();
-  for (int r = 0; r < c->v; ++r) {
-    k.yccRowH2V2(c->rowGroup[2 * r], c->rowGroup[2 * r + 1], paddedWidth_, c->paddedWidth, channel,
-                 c->blockRows[base + r]);
-  }
-}
+void Encoder::Downsample_ByLuma(Component*) {}
 
 namespace {
-
-// Weights of R, G, B and the constant: the colour tables' entries are
-// weight * sample (plus the constant on one of them), so one sum is the same.
-struct YccWeights {
-  int32_t r, g, b, bias;
-};
-constexpr YccWeights kYccWeights[3] = {
-    {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 8421375}, {32768, -27439, -5329, 8421375}};
 
 inline int YccOf(const unsigned char* p, const YccWeights& w) {
   return (w.r * p[0] + w.g * p[1] + w.b * p[2] + w.bias) >> 16;
@@ -274,47 +259,26 @@ inline int YccOf(const unsigned char* p, const YccWeights& w) {
 
 }  // namespace
 
-void Sample_YccRow(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                   unsigned char* out) {
-  const YccWeights w = kYccWeights[channel];
-  for (uint32_t x = 0; x < width; ++x) out[x] = static_cast<unsigned char>(YccOf(in + 4 * x, w));
-  const unsigned char last = out[width - 1];
-  for (uint32_t x = width; x < outWidth; ++x) out[x] = last;
-}
-
-void Sample_YccRowH2V1(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                       unsigned char* out) {
-  const YccWeights w = kYccWeights[channel];
-  const uint32_t whole = width / 2 < outWidth ? width / 2 : outWidth;
-  uint32_t i = 0;
-  for (; i < whole; ++i) {
-    const unsigned char* p = in + 8 * i;
-    out[i] = static_cast<unsigned char>((YccOf(p, w) + YccOf(p + 4, w) + static_cast<int>(i & 1)) >> 1);
+void Sample_YccRowsFrom(const YccRows& rows, uint32_t x) {
+  const uint32_t last = rows.width - 1;
+  const auto pixel = [last](const unsigned char* row, uint32_t i) { return row + 4 * (i < last ? i : last); };
+  for (int k = 0; k < 2; ++k) {
+    for (uint32_t i = x; i < rows.yWidth; ++i) {
+      rows.y[k][i] = static_cast<unsigned char>(YccOf(pixel(rows.in[k], i), kYccWeights[0]));
+    }
   }
-  const unsigned char* last = in + 4 * (width - 1);
-  for (; i < outWidth; ++i) {
-    const unsigned char* p0 = 2 * i < width ? in + 8 * i : last;
-    out[i] = static_cast<unsigned char>((YccOf(p0, w) + YccOf(last, w) + static_cast<int>(i & 1)) >> 1);
+  unsigned char* out[3] = {nullptr, rows.cb, rows.cr};
+  for (uint32_t i = x / 2; i < rows.cWidth; ++i) {
+    const unsigned char *p0 = pixel(rows.in[0], 2 * i), *p1 = pixel(rows.in[0], 2 * i + 1);
+    const unsigned char *q0 = pixel(rows.in[1], 2 * i), *q1 = pixel(rows.in[1], 2 * i + 1);
+    for (int ch = 1; ch < 3; ++ch) {
+      const YccWeights& w = kYccWeights[ch];
+      const int sum = YccOf(p0, w) + YccOf(p1, w) + YccOf(q0, w) + YccOf(q1, w);
+      out[ch][i] = static_cast<unsigned char>((sum + 1 + static_cast<int>(i & 1)) >> 2);
+    }
   }
 }
 
-void Sample_YccRowH2V2(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
-                       int channel, unsigned char* out) {
-  const YccWeights w = kYccWeights[channel];
-  const uint32_t whole = width / 2 < outWidth ? width / 2 : outWidth;
-  uint32_t i = 0;
-  for (; i < whole; ++i) {
-    const unsigned char *p = a + 8 * i, *q = b + 8 * i;
-    const int sum = YccOf(p, w) + YccOf(p + 4, w) + YccOf(q, w) + YccOf(q + 4, w);
-    out[i] = static_cast<unsigned char>((sum + 1 + static_cast<int>(i & 1)) >> 2);
-  }
-  const unsigned char *lastA = a + 4 * (width - 1), *lastB = b + 4 * (width - 1);
-  for (; i < outWidth; ++i) {
-    const unsigned char* p0 = 2 * i < width ? a + 8 * i : lastA;
-    const unsigned char* q0 = 2 * i < width ? b + 8 * i : lastB;
-    const int sum = YccOf(p0, w) + YccOf(lastA, w) + YccOf(q0, w) + YccOf(lastB, w);
-    out[i] = static_cast<unsigned char>((sum + 1 + static_cast<int>(i & 1)) >> 2);
-  }
-}
+void Sample_YccRows(const YccRows& rows) { Sample_YccRowsFrom(rows, 0); }
 
 }  // namespace kje

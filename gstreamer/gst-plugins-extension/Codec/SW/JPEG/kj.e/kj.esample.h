@@ -16,18 +16,33 @@ inline bool IsYCbCrOutput(int format) {
 }
 inline bool IsPlanar(int format) { return format == kiu::FormatI420; }
 
-// Row kernels from packed pixels (bytes 0..2 are R, G, B) to one channel of
-// YCbCr (0 Y, 1 Cb, 2 Cr), each result exactly the colour tables' sum
-// shifted down by 16. Pixels at or past `width` repeat the last one, so the
-// rows come out `outWidth` samples long with the edge already replicated.
-void Sample_YccRow(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                   unsigned char* out);
-// The mean of two horizontal pixels' values, biased 0, 1, 0, 1, ...
-void Sample_YccRowH2V1(const unsigned char* in, uint32_t width, uint32_t outWidth, int channel,
-                       unsigned char* out);
-// The mean of a 2x2 square over rows `a` and `b`, biased 1, 2, 1, 2, ...
-void Sample_YccRowH2V2(const unsigned char* a, const unsigned char* b, uint32_t width, uint32_t outWidth,
-                       int channel, unsigned char* out);
+// Weights of R, G, B and the constant of Y, Cb and Cr: the colour tables'
+// entries are weight * sample (plus the constant on one of them), so one sum
+// is the same.
+struct YccWeights {
+  int32_t r, g, b, bias;
+};
+constexpr YccWeights kYccWeights[3] = {
+    {19595, 38470, 7471, 32768}, {-11059, -21709, 32768, 8421375}, {32768, -27439, -5329, 8421375}};
+
+// Two rows of packed pixels (bytes 0..2 are R, G, B) and the 4:2:0 samples
+// made from them. Pixels at or past `width` repeat the last one, so every
+// output row comes out its full length with the edge already replicated.
+struct YccRows {
+  const unsigned char* in[2];  // the same row twice at the picture's bottom
+  uint32_t width;
+  uint32_t yWidth;  // Y samples per row, at least `width`
+  uint32_t cWidth;  // Cb and Cr samples, at least half of `width`
+  unsigned char* y[2];
+  unsigned char* cb;
+  unsigned char* cr;
+};
+
+// Y of both rows, each sample exactly the colour tables' sum shifted down by
+// 16; Cb and Cr the mean of each 2x2 square's such values, biased 1, 2, 1, 2.
+void Sample_YccRows(const YccRows& rows);
+// The same from pixel `x` (even) on: the tails of the SIMD variants.
+void Sample_YccRowsFrom(const YccRows& rows, uint32_t x);
 
 }  // namespace kje
 
