@@ -8,6 +8,7 @@
 #include "kau/kau.h"
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
+#include "kj.e/kj.ekernels.h"
 
 namespace kje {
 
@@ -159,7 +160,7 @@ class Encoder {
   uint32_t paddedHeight_ = 0;
   kiu::Format inputFormat_;
   kiu::Format outputFormat_;
-  void (Encoder::*fdct_)(int*) = nullptr;
+  void (Encoder::*fdct_)(int*) = nullptr;  // names the transform; blocks go through fdctBlocks_
   int hmax_ = 1;
   int vmax_ = 1;
 
@@ -189,6 +190,7 @@ class Encoder {
   // Quantisation.
   QuantizationTable* quantTables_[4] = {};
   int32_t* divisors_[4] = {};
+  FdctBlocksRoutine* fdctBlocks_ = nullptr;  // the transform in use, with quantisation
 
   // Entropy coding.
   HuffmanTable* dcTables_[4] = {};

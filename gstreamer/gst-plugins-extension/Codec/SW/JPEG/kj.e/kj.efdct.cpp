@@ -1,6 +1,8 @@
 #include "kj.e/kj.efdct.h"
 
 #include "kj.e/kj.e.h"
+#include "kj.e/kj.efdct_simd.h"
+#include "kj.e/kj.ekernels.h"
 
 namespace kje {
 
@@ -42,8 +44,9 @@ void Encoder::Fdct_Start(int quality) {
   for (Component* c = components_; c != componentsEnd_; ++c) {
     int number = c->quantTable;
     if (number < 0 || number > 3 || quantTables_[number] == nullptr) kau::Throw(kSiteMissingQuantTable);
-    // Per coefficient: divisor, half of it (the rounding), its reciprocal.
-    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(3 * 64);
+    // Per coefficient: divisor, half of it (the rounding), its reciprocal;
+    // then the 16-bit forms of the last two for the fast transform's kernels.
+    if (divisors_[number] == nullptr) divisors_[number] = heap_.AllocateArray<int32_t>(5 * 64);
     const uint16_t* q = quantTables_[number]->values;
     int32_t* d = divisors_[number];
     for (int i = 0; i < 64; ++i) {
@@ -54,7 +57,10 @@ void Encoder::Fdct_Start(int quality) {
       d[64 + i] = d[i] >> 1;
       d[128 + i] = Fdct_Reciprocal(d[i]);
     }
+    Fdct_Tables16(d, reinterpret_cast<int16_t*>(d + 192));
   }
+  const Kernels& kernels = Kernels_Active();
+  fdctBlocks_ = fast ? kernels.fdctFastBlocks : kernels.fdctSlowBlocks;
 }
 
 void Encoder::Fdct_AddQuantizationTable(int number, const unsigned long* base, int scale) {
@@ -74,123 +80,49 @@ void Encoder::Fdct_AddQuantizationTable(int number, const unsigned long* base, i
 
 void Encoder::Fdct_DoBlocks(Component* component, unsigned char** rows, Block* out, unsigned long firstRow,
                             unsigned long firstColumn, unsigned long count) {
-  const int32_t* divisor = divisors_[component->quantTable];
-  int work[64];
-  uint32_t column = static_cast<uint32_t>(firstColumn);
-  for (unsigned long b = 0; b < count; ++b, column += 8) {
-    for (int r = 0; r < 8; ++r) {
-      const unsigned char* in = rows[firstRow + r] + column;
-      for (int c = 0; c < 8; ++c) work[r * 8 + c] = static_cast<int>(in[c]) - 128;
-    }
-    (this->*fdct_)(work);
-    int32_t* coef = out[b].coef;
-    for (int i = 0; i < 64; ++i) coef[i] = Fdct_Quantize(work[i], divisor[64 + i], divisor[128 + i]);
-  }
+  fdctBlocks_(rows + firstRow, static_cast<uint32_t>(firstColumn), static_cast<uint32_t>(count),
+              divisors_[component->quantTable], out->coef);
 }
 
 namespace {
 
-// Loeffler-Ligtenberg-Moschytz with 13-bit constants.
-constexpr int kFix0298631336 = 2446;
-constexpr int kFix0390180644 = 3196;
-constexpr int kFix0541196100 = 4433;
-constexpr int kFix0765366865 = 6270;
-constexpr int kFix0899976223 = 7373;
-constexpr int kFix1175875602 = 9633;
-constexpr int kFix1501321110 = 12299;
-constexpr int kFix1847759065 = 15137;
-constexpr int kFix1961570560 = 16069;
-constexpr int kFix2053119869 = 16819;
-constexpr int kFix2562915447 = 20995;
-constexpr int kFix3072711026 = 25172;
-
-inline int Descale(int x, int n) { return (x + (1 << (n - 1))) >> n; }
-
-// One 8-point pass over p[0], p[step], ..., p[7 * step]. The row pass keeps
-// two extra bits (even outputs shifted up, odd descaled by 11); the column
-// pass removes them (even by 2, odd by 15).
-inline void SlowPass(int* p, int step, bool rows) {
-  int tmp0 = p[0] + p[7 * step], tmp7 = p[0] - p[7 * step];
-  int tmp1 = p[step] + p[6 * step], tmp6 = p[step] - p[6 * step];
-  int tmp2 = p[2 * step] + p[5 * step], tmp5 = p[2 * step] - p[5 * step];
-  int tmp3 = p[3 * step] + p[4 * step], tmp4 = p[3 * step] - p[4 * step];
-
-  int tmp10 = tmp0 + tmp3, tmp13 = tmp0 - tmp3;
-  int tmp11 = tmp1 + tmp2, tmp12 = tmp1 - tmp2;
-  const int oddShift = rows ? 11 : 15;
-  if (rows) {
-    p[0] = (tmp10 + tmp11) * 4;
-    p[4 * step] = (tmp10 - tmp11) * 4;
-  } else {
-    p[0] = Descale(tmp10 + tmp11, 2);
-    p[4 * step] = Descale(tmp10 - tmp11, 2);
+// Rows first, then columns, in place.
+template <bool kFast>
+void Transform(int32_t* block) {
+  for (int r = 0; r < 8; ++r) Pass<kFast, true>(block + 8 * r);
+  for (int c = 0; c < 8; ++c) {
+    int32_t p[8];
+    for (int k = 0; k < 8; ++k) p[k] = block[8 * k + c];
+    Pass<kFast, false>(p);
+    for (int k = 0; k < 8; ++k) block[8 * k + c] = p[k];
   }
-  int z1 = (tmp12 + tmp13) * kFix0541196100;
-  p[2 * step] = Descale(z1 + tmp13 * kFix0765366865, oddShift);
-  p[6 * step] = Descale(z1 - tmp12 * kFix1847759065, oddShift);
-
-  int z1o = tmp4 + tmp7, z2 = tmp5 + tmp6, z3 = tmp4 + tmp6, z4 = tmp5 + tmp7;
-  int z5 = (z3 + z4) * kFix1175875602;
-  tmp4 *= kFix0298631336;
-  tmp5 *= kFix2053119869;
-  tmp6 *= kFix3072711026;
-  tmp7 *= kFix1501321110;
-  z1o *= -kFix0899976223;
-  z2 *= -kFix2562915447;
-  z3 = z3 * -kFix1961570560 + z5;
-  z4 = z4 * -kFix0390180644 + z5;
-  p[7 * step] = Descale(tmp4 + z1o + z3, oddShift);
-  p[5 * step] = Descale(tmp5 + z2 + z4, oddShift);
-  p[3 * step] = Descale(tmp6 + z2 + z3, oddShift);
-  p[1 * step] = Descale(tmp7 + z1o + z4, oddShift);
 }
 
-// Arai-Agui-Nakajima with 8-bit constants; products are truncated.
-constexpr int kFast0382683433 = 98;
-constexpr int kFast0541196100 = 139;
-constexpr int kFast0707106781 = 181;
-constexpr int kFast1306562965 = 334;
-
-inline int FastMul(int x, int c) { return (x * c) >> 8; }
-
-inline void FastPass(int* p, int step) {
-  int tmp0 = p[0] + p[7 * step], tmp7 = p[0] - p[7 * step];
-  int tmp1 = p[step] + p[6 * step], tmp6 = p[step] - p[6 * step];
-  int tmp2 = p[2 * step] + p[5 * step], tmp5 = p[2 * step] - p[5 * step];
-  int tmp3 = p[3 * step] + p[4 * step], tmp4 = p[3 * step] - p[4 * step];
-
-  int tmp10 = tmp0 + tmp3, tmp13 = tmp0 - tmp3;
-  int tmp11 = tmp1 + tmp2, tmp12 = tmp1 - tmp2;
-  p[0] = tmp10 + tmp11;
-  p[4 * step] = tmp10 - tmp11;
-  int z1 = FastMul(tmp12 + tmp13, kFast0707106781);
-  p[2 * step] = tmp13 + z1;
-  p[6 * step] = tmp13 - z1;
-
-  tmp10 = tmp4 + tmp5;
-  tmp11 = tmp5 + tmp6;
-  tmp12 = tmp6 + tmp7;
-  int z5 = FastMul(tmp10 - tmp12, kFast0382683433);
-  int z2 = FastMul(tmp10, kFast0541196100) + z5;
-  int z4 = FastMul(tmp12, kFast1306562965) + z5;
-  int z3 = FastMul(tmp11, kFast0707106781);
-  int z11 = tmp7 + z3, z13 = tmp7 - z3;
-  p[5 * step] = z13 + z2;
-  p[3 * step] = z13 - z2;
-  p[1 * step] = z11 + z4;
-  p[7 * step] = z11 - z4;
+template <bool kFast>
+void ScalarBlocks(unsigned char* const* rows, uint32_t column, uint32_t count, const int32_t* divisors,
+                  int32_t* out) {
+  for (uint32_t n = 0; n < count; ++n, column += 8, out += 64) {
+    for (int r = 0; r < 8; ++r)
+      for (int c = 0; c < 8; ++c) out[8 * r + c] = static_cast<int32_t>(rows[r][column + c]) - 128;
+    Transform<kFast>(out);
+    for (int i = 0; i < 64; ++i) out[i] = Fdct_Quantize(out[i], divisors[64 + i], divisors[128 + i]);
+  }
 }
 
 }  // namespace
 
-void Encoder::Fdct_DoSlow0(int* block) {
-  for (int r = 0; r < 8; ++r) SlowPass(block + r * 8, 1, true);
-  for (int c = 0; c < 8; ++c) SlowPass(block + c, 8, false);
+void Fdct_SlowBlocks_scalar(unsigned char* const* rows, uint32_t column, uint32_t count,
+                            const int32_t* divisors, int32_t* out) {
+  ScalarBlocks<false>(rows, column, count, divisors, out);
 }
 
-void Encoder::Fdct_DoFast0(int* block) {
-  for (int r = 0; r < 8; ++r) FastPass(block + r * 8, 1);
-  for (int c = 0; c < 8; ++c) FastPass(block + c, 8);
+void Fdct_FastBlocks_scalar(unsigned char* const* rows, uint32_t column, uint32_t count,
+                            const int32_t* divisors, int32_t* out) {
+  ScalarBlocks<true>(rows, column, count, divisors, out);
 }
+
+void Encoder::Fdct_DoSlow0(int* block) { Transform<false>(block); }
+
+void Encoder::Fdct_DoFast0(int* block) { Transform<true>(block); }
 
 }  // namespace kje

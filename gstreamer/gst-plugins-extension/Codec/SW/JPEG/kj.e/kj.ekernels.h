@@ -13,12 +13,22 @@ namespace kje {
 
 struct YccRows;
 
+// Forward DCT and quantisation of `count` blocks side by side: block n's
+// samples are rows[0..7] + column + 8 * n; `divisors` is a quantisation
+// table's divisors, halves and reciprocals (64 each, kj.efdct); each block's
+// 64 coefficients go to out + 64 * n in natural order.
+using FdctBlocksRoutine = void(unsigned char* const* rows, uint32_t column, uint32_t count,
+                               const int32_t* divisors, int32_t* out);
+
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
   // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
   uint64_t (*huffNonZero)(const int32_t* block);
   // Packed RGB rows to YCbCr 4:2:0 (kj.esample.h).
   void (*yccRows)(const YccRows& rows);
+  // The accurate transform (packed input) and the fast one (planar input).
+  FdctBlocksRoutine* fdctSlowBlocks;
+  FdctBlocksRoutine* fdctFastBlocks;
 };
 
 uint64_t Huff_NonZero_scalar(const int32_t* block);
@@ -27,6 +37,8 @@ uint64_t Huff_NonZero_neon(const int32_t* block);
 void Sample_YccRows_sse2(const YccRows& rows);
 void Sample_YccRows_avx2(const YccRows& rows);
 void Sample_YccRows_neon(const YccRows& rows);
+FdctBlocksRoutine Fdct_SlowBlocks_scalar, Fdct_SlowBlocks_sse2, Fdct_SlowBlocks_avx2, Fdct_SlowBlocks_neon;
+FdctBlocksRoutine Fdct_FastBlocks_scalar, Fdct_FastBlocks_sse2, Fdct_FastBlocks_avx2, Fdct_FastBlocks_neon;
 
 // The best variant the running CPU supports, picked on first use.
 const Kernels& Kernels_Active();
