@@ -13,7 +13,6 @@
 namespace kjd {
 namespace {
 
-
 inline int32_t Sar(uint32_t v, int n) { return static_cast<int32_t>(v) >> n; }
 
 // The 8-point butterfly of both passes (shared with the SIMD twins): inputs

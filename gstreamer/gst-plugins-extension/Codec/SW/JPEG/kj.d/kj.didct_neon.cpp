@@ -8,9 +8,13 @@
 
 namespace kjd {
 
-void IDCT_8x8_neon(int32_t* block, unsigned char** rows, unsigned long column) { Idct8x8(block, rows, column); }
+void IDCT_8x8_neon(int32_t* block, unsigned char** rows, unsigned long column) {
+  Idct8x8(block, rows, column);
+}
 
-void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column) { Idct4x4(block, rows, column); }
+void IDCT_4x4_neon(int32_t* block, unsigned char** rows, unsigned long column) {
+  Idct4x4(block, rows, column);
+}
 
 }  // namespace kjd
 #endif

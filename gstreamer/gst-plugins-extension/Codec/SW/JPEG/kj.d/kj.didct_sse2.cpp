@@ -7,9 +7,13 @@
 
 namespace kjd {
 
-void IDCT_8x8_sse2(int32_t* block, unsigned char** rows, unsigned long column) { Idct8x8(block, rows, column); }
+void IDCT_8x8_sse2(int32_t* block, unsigned char** rows, unsigned long column) {
+  Idct8x8(block, rows, column);
+}
 
-void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column) { Idct4x4(block, rows, column); }
+void IDCT_4x4_sse2(int32_t* block, unsigned char** rows, unsigned long column) {
+  Idct4x4(block, rows, column);
+}
 
 }  // namespace kjd
 #endif
