@@ -198,12 +198,16 @@ void WidenRow(Decoder* d, uint32_t row) {
     void** band = c->wholeImage->rows + row * c->v;
     if (band[0] == nullptr) continue;
     const uint32_t count = c->v * c->wholeImage->blocksPerRow;
-    const int16_t* from = static_cast<const Block16*>(band[0])->coef;
+    // The band's rows lie back to back (WholeImage::Band), block by block.
+    const Block16* from = static_cast<const Block16*>(band[0]);
     Block* wide = d->heap.AllocateArray<Block>(count);
-    for (uint32_t i = 0; i < count * 64; ++i) wide->coef[i] = from[i];
+    for (uint32_t b = 0; b < count; ++b)
+      for (int k = 0; k < 64; ++k) wide[b].coef[k] = from[b].coef[k];
+    const auto first = reinterpret_cast<uintptr_t>(from);
     for (uint32_t i = 0; i < d->spillCount; ++i) {
       const Decoder::Spill& s = d->spills[i];
-      if (s.at >= from && s.at < from + count * 64) wide->coef[s.at - from] = s.value;
+      const uintptr_t offset = (reinterpret_cast<uintptr_t>(s.at) - first) / sizeof(int16_t);
+      if (offset < uintptr_t{count} * 64) wide[offset / 64].coef[offset % 64] = s.value;
     }
     for (uint32_t r = 0; r < c->v; ++r) band[r] = wide + r * c->wholeImage->blocksPerRow;
   }
