@@ -203,20 +203,24 @@ TEST(Errors, EveryFailedAllocationReturnsZeroAndReleasesAllBlocks) {
   }
 }
 
-TEST(Kernels, NonZeroMasksMatchTheScalarTwin) {
+TEST(Kernels, AcMasksMatchTheScalarTwin) {
   const kje::Kernels* kernels[4];
   const int n = kje::Kernels_Runnable(kernels, 4);
   ASSERT_STREQ(kernels[0]->name, "scalar");
-  // Values that narrowing could turn into zero if it wrapped instead of saturating.
-  const int32_t kTricky[] = {1, -1, 256, -256, 65536, -65536, 0x10000 * 3, INT32_MIN, INT32_MAX};
+  // Values that narrowing could turn into zero (or small) if it wrapped
+  // instead of saturating, and the edges of the fast coder's range.
+  const int32_t kTricky[] = {1,    -1,    256,  -256,  65536,     -65536,   0x10000 * 3,
+                             1023, -1023, 1024, -1024, INT32_MIN, INT32_MAX};
+  constexpr int kCount = sizeof kTricky / sizeof kTricky[0];
   std::mt19937 rng(5);
   for (int trial = 0; trial < 5000; ++trial) {
     int32_t block[64] = {};
     for (int k = 0; k < 64; ++k)
-      if (rng() % (1 + trial % 9) == 0) block[k] = kTricky[rng() % 9];
+      if (rng() % (1 + trial % 9) == 0) block[k] = kTricky[rng() % kCount];
     uint64_t expected = 0;
-    for (int k = 0; k < 64; ++k) expected |= uint64_t{block[k] != 0} << k;
-    for (int i = 0; i < n; ++i) ASSERT_EQ(expected, kernels[i]->huffNonZero(block)) << kernels[i]->name;
+    for (int k = 1; k < 64; ++k)
+      expected |= uint64_t{block[k] != 0} << k | (block[k] < -1023 || block[k] > 1023);
+    for (int i = 0; i < n; ++i) ASSERT_EQ(expected, kernels[i]->huffAcMask(block)) << kernels[i]->name;
   }
 }
 

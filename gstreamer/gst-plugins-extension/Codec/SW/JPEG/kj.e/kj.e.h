@@ -38,6 +38,11 @@ struct DerivedTable {
   uint32_t code[256];
   unsigned char length[256];  // 0: the symbol has no code
   uint32_t packed[256];       // code << 8 | length: one load per symbol
+  // AC tables: the fast path's entry for run r - 1, category n and sign at
+  // r * 32 + 2 * (n - 1) + negative (r 1 to 16, n 1 to 10), holding
+  // (code << n, plus 2^n - 1 when negative) << 5 | code length + n.
+  uint32_t fast[17 * 32];
+  bool complete;  // every AC symbol has a code: the fast path may be used
 };
 
 class Encoder;
@@ -122,7 +127,7 @@ class Encoder {
     unsigned char* next;
   };
   void Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC, const DerivedTable* dc,
-                        const DerivedTable* ac, uint64_t (*nonZero)(const int32_t*));
+                        const DerivedTable* ac, uint64_t (*acMask)(const int32_t*));
   unsigned char* Huff_StoreWordSlow(unsigned char* next, uint32_t word);
 
   // Marker writer (kj.emarkers).

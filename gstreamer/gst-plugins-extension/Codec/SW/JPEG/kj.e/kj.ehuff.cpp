@@ -96,6 +96,23 @@ void Encoder::Huff_MakeDerivedTable(bool isDC, int number, DerivedTable*& derive
     derived->length[symbol] = sizes[i];
   }
   for (int i = 0; i < 256; ++i) derived->packed[i] = derived->code[i] << 8 | derived->length[i];
+  if (isDC) return;
+
+  // The fast path's entries: code and value-bit offset already shifted
+  // together, so a coefficient costs one load and one add (see
+  // Huff_EncodeBlock). Usable only when every symbol it can meet has a code.
+  bool complete = derived->length[0] != 0 && derived->length[0xF0] != 0;
+  for (int r = 1; r <= 16; ++r) {
+    for (int n = 1; n <= 10; ++n) {
+      int symbol = (r - 1) << 4 | n;
+      complete = complete && derived->length[symbol] != 0;
+      uint32_t base = derived->code[symbol] << n;
+      uint32_t size = derived->length[symbol] + static_cast<uint32_t>(n);
+      derived->fast[r * 32 + 2 * (n - 1)] = base << 5 | size;
+      derived->fast[r * 32 + 2 * (n - 1) + 1] = (base + (1u << n) - 1) << 5 | size;
+    }
+  }
+  derived->complete = complete;
 }
 
 void Encoder::Huff_StartPass() {
@@ -133,13 +150,38 @@ constexpr ZigzagBits MakeZigzagBits() {
 }
 constexpr ZigzagBits kZigzagBits = MakeZigzagBits();
 
-// Bit k set when the AC coefficient at zigzag position k (1 to 63) is non-zero.
-inline uint64_t AcMask(uint64_t (*nonZero)(const int32_t*), const Coefficient* block) {
-  uint64_t natural = nonZero(block);
+// Bit k set when the AC coefficient at zigzag position k (1 to 63) is
+// non-zero, from the kernel's natural-order mask.
+inline uint64_t ZigzagMask(uint64_t natural) {
   uint64_t zigzag = 0;
   for (int j = 0; j < 8; ++j) zigzag |= kZigzagBits.bits[j][natural >> (8 * j) & 0xFF];
   return zigzag & ~uint64_t{1};
 }
+
+// kNaturalOrder in bytes, for the coder's inner loop.
+constexpr struct ZigzagBytes {
+  unsigned char at[64];
+  constexpr unsigned char operator[](int k) const { return at[k]; }
+} kZigzagToNatural = [] {
+  ZigzagBytes t{};
+  for (int k = 0; k < 64; ++k) t.at[k] = static_cast<unsigned char>(kNaturalOrder[k]);
+  return t;
+}();
+
+// The fast table's column for each value v in -1023..1023 (at v + 1023):
+// 2 * (n - 1) + 1 if negative, n being the bit count of |v|.
+constexpr struct ValueKeys {
+  unsigned char of[2047];
+} kValueKeys = [] {
+  ValueKeys t{};
+  for (int v = -1023; v <= 1023; ++v) {
+    int magnitude = v < 0 ? -v : v;
+    int n = 0;
+    while (magnitude >> n) ++n;
+    t.of[v + 1023] = static_cast<unsigned char>(v == 0 ? 0 : 2 * (n - 1) + (v < 0));
+  }
+  return t;
+}();
 
 inline bool HasByteFF(uint32_t word) {
   uint32_t inverted = ~word;  // a 0xFF byte becomes a zero byte
@@ -147,12 +189,14 @@ inline bool HasByteFF(uint32_t word) {
 }
 }  // namespace
 
-uint64_t Huff_NonZero_scalar(const int32_t* block) {
+uint64_t Huff_AcMask_scalar(const int32_t* block) {
   uint32_t low = 0;  // two halves: cheaper than one 64-bit value on 32-bit ARM
   uint32_t high = 0;
-  for (int i = 0; i < 32; ++i) low |= static_cast<uint32_t>(block[i] != 0) << i;
+  uint32_t large = 0;
+  for (int i = 1; i < 32; ++i) low |= static_cast<uint32_t>(block[i] != 0) << i;
   for (int i = 0; i < 32; ++i) high |= static_cast<uint32_t>(block[32 + i] != 0) << i;
-  return static_cast<uint64_t>(high) << 32 | low;
+  for (int i = 1; i < 64; ++i) large |= block[i] < -1023 || block[i] > 1023;
+  return static_cast<uint64_t>(high) << 32 | low | large;
 }
 
 unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
@@ -171,14 +215,14 @@ unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
 // is 0xFF (stuffing) or the output buffer is nearly full.
 inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC,
                                       const DerivedTable* dc, const DerivedTable* ac,
-                                      uint64_t (*nonZero)(const int32_t*)) {
+                                      uint64_t (*acMask)(const int32_t*)) {
   auto put = [&](uint32_t bits, int size) {
     w.bits = w.bits << size | bits;
     w.count += size;
     if (w.count >= 32) {
       w.count -= 32;
       uint32_t word = static_cast<uint32_t>(w.bits >> w.count);
-      if (outEnd_ - w.next >= 8 && !HasByteFF(word)) {
+      if (__builtin_expect(outEnd_ - w.next >= 8 && !HasByteFF(word), 1)) {
         w.next[0] = static_cast<unsigned char>(word >> 24);
         w.next[1] = static_cast<unsigned char>(word >> 16);
         w.next[2] = static_cast<unsigned char>(word >> 8);
@@ -205,26 +249,54 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
   put((entry >> 8) << n | ((static_cast<uint32_t>(diff) + sign) & ((1u << n) - 1)),
       static_cast<int>(entry & 0xFF) + n);
 
-  uint64_t mask = AcMask(nonZero, block);
+  const uint64_t natural = acMask(block);
+  uint64_t mask = ZigzagMask(natural);
   int previous = 0;
-  while (mask != 0) {
-    int k = __builtin_ctzll(mask);
-    mask &= mask - 1;
-    int run = k - previous - 1;
-    previous = k;
-    while (run > 15) {
-      entry = code(ac, 0xF0);
-      put(entry >> 8, static_cast<int>(entry & 0xFF));
-      run -= 16;
+  if (__builtin_expect((natural & 1) == 0 && ac->complete, 1)) {
+    // Every value is within -1023..1023 and every symbol has a code. The
+    // entry for (run + 1, n - 1, sign) holds the code shifted above the value
+    // bits plus 2^n - 1 when negative, so adding the value itself gives the
+    // code followed by the value's n low bits, value - 1 when negative.
+    const uint32_t* fast = ac->fast;
+    const unsigned char* keys = kValueKeys.of + 1023;
+    intptr_t last = 0;
+    while (mask != 0) {
+      intptr_t k = __builtin_ctzll(mask);
+      mask &= mask - 1;
+      intptr_t r = k - last;
+      last = k;
+      if (__builtin_expect(r > 16, 0)) {
+        entry = ac->packed[0xF0];
+        do {
+          put(entry >> 8, static_cast<int>(entry & 0xFF));
+          r -= 16;
+        } while (r > 16);
+      }
+      intptr_t value = block[kZigzagToNatural[k]];
+      entry = fast[r * 32 + keys[value]];
+      put((entry >> 5) + static_cast<uint32_t>(value), static_cast<int>(entry & 31));
     }
-    int value = block[kNaturalOrder[k]];
-    sign = static_cast<uint32_t>(value >> 31);
-    magnitude = (static_cast<uint32_t>(value) ^ sign) - sign;
-    n = 32 - __builtin_clz(magnitude);
-    if (n > 10) kau::Throw(kSiteAcTooLarge);
-    entry = code(ac, (run << 4) + n);
-    put((entry >> 8) << n | ((static_cast<uint32_t>(value) + sign) & ((1u << n) - 1)),
-        static_cast<int>(entry & 0xFF) + n);
+    previous = static_cast<int>(last);
+  } else {
+    while (mask != 0) {
+      int k = __builtin_ctzll(mask);
+      mask &= mask - 1;
+      int run = k - previous - 1;
+      previous = k;
+      while (run > 15) {
+        entry = code(ac, 0xF0);
+        put(entry >> 8, static_cast<int>(entry & 0xFF));
+        run -= 16;
+      }
+      int value = block[kNaturalOrder[k]];
+      sign = static_cast<uint32_t>(value >> 31);
+      magnitude = (static_cast<uint32_t>(value) ^ sign) - sign;
+      n = 32 - __builtin_clz(magnitude);
+      if (n > 10) kau::Throw(kSiteAcTooLarge);
+      entry = code(ac, (run << 4) + n);
+      put((entry >> 8) << n | ((static_cast<uint32_t>(value) + sign) & ((1u << n) - 1)),
+          static_cast<int>(entry & 0xFF) + n);
+    }
   }
   if (previous != 63) {
     entry = code(ac, 0);  // end of block
@@ -234,7 +306,7 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
 
 void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac) {
   HuffWriter w{bitBuffer_, bitCount_, outNext_};
-  Huff_EncodeBlock(w, block, lastDC, dc, ac, Kernels_Active().huffNonZero);
+  Huff_EncodeBlock(w, block, lastDC, dc, ac, Kernels_Active().huffAcMask);
   bitBuffer_ = w.bits;
   bitCount_ = w.count;
   outNext_ = w.next;
@@ -242,12 +314,12 @@ void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTa
 
 void Encoder::Huff_EncodeMcu(Block** blocks) {
   HuffWriter w{bitBuffer_, bitCount_, outNext_};
-  uint64_t (*nonZero)(const int32_t*) = Kernels_Active().huffNonZero;
+  uint64_t (*acMask)(const int32_t*) = Kernels_Active().huffAcMask;
   for (int b = 0; b < blocksInMcu_; ++b) {
     int ci = mcuBlockComponent_[b];
     const Component& c = components_[ci];
     const Coefficient* coef = blocks[b]->coef;
-    Huff_EncodeBlock(w, coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable], nonZero);
+    Huff_EncodeBlock(w, coef, lastDc_[ci], dcDerived_[c.dcTable], acDerived_[c.acTable], acMask);
     lastDc_[ci] = coef[0];
   }
   bitBuffer_ = w.bits;

@@ -22,8 +22,10 @@ using FdctBlocksRoutine = void(unsigned char* const* rows, uint32_t column, uint
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
-  // Huffman coding: bit i set when coefficient i (natural order) is non-zero.
-  uint64_t (*huffNonZero)(const int32_t* block);
+  // Huffman coding: bit i (1 to 63) set when AC coefficient i (natural
+  // order) is non-zero; bit 0 set when an AC value lies outside -1023..1023,
+  // beyond what the coder's fast path handles.
+  uint64_t (*huffAcMask)(const int32_t* block);
   // Packed RGB rows to YCbCr 4:2:0 (kj.esample.h).
   void (*yccRows)(const YccRows& rows);
   // The accurate transform (packed input) and the fast one (planar input).
@@ -31,9 +33,9 @@ struct Kernels {
   FdctBlocksRoutine* fdctFastBlocks;
 };
 
-uint64_t Huff_NonZero_scalar(const int32_t* block);
-uint64_t Huff_NonZero_sse2(const int32_t* block);
-uint64_t Huff_NonZero_neon(const int32_t* block);
+uint64_t Huff_AcMask_scalar(const int32_t* block);
+uint64_t Huff_AcMask_sse2(const int32_t* block);
+uint64_t Huff_AcMask_neon(const int32_t* block);
 void Sample_YccRows_sse2(const YccRows& rows);
 void Sample_YccRows_avx2(const YccRows& rows);
 void Sample_YccRows_neon(const YccRows& rows);
