@@ -122,13 +122,13 @@ class Encoder {
   void Huff_FinishPass();
   // The bit writer's state, copied into locals while an MCU is coded.
   struct HuffWriter {
-    uint64_t bits;  // pending bits in the low `count` bits
-    int count;      // under 32 between symbols
+    uint64_t bits;  // pending bits in the low 64 - `free` bits (above: stale)
+    int free;       // 1 to 64 between symbols
     unsigned char* next;
   };
   void Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC, const DerivedTable* dc,
                         const DerivedTable* ac, uint64_t (*acMask)(const int32_t*));
-  unsigned char* Huff_StoreWordSlow(unsigned char* next, uint32_t word);
+  unsigned char* Huff_StoreWordSlow(unsigned char* next, uint64_t word);
 
   // Marker writer (kj.emarkers).
   void Markers_OutImageHeader();
@@ -204,7 +204,7 @@ class Encoder {
   DerivedTable* acDerived_[4] = {};
   int lastDc_[3] = {};
   uint64_t bitBuffer_ = 0;  // see HuffWriter
-  int bitCount_ = 0;
+  int bitsFree_ = 64;
 };
 
 }  // namespace kje

@@ -129,7 +129,7 @@ void Encoder::Huff_StartPass() {
     lastDc_[index] = 0;
   }
   bitBuffer_ = 0;
-  bitCount_ = 0;
+  bitsFree_ = 64;
 }
 
 namespace {
@@ -183,9 +183,9 @@ constexpr struct ValueKeys {
   return t;
 }();
 
-inline bool HasByteFF(uint32_t word) {
-  uint32_t inverted = ~word;  // a 0xFF byte becomes a zero byte
-  return ((inverted - 0x01010101u) & ~inverted & 0x80808080u) != 0;
+inline bool HasByteFF(uint64_t word) {
+  uint64_t inverted = ~word;  // a 0xFF byte becomes a zero byte
+  return ((inverted - 0x0101010101010101u) & ~inverted & 0x8080808080808080u) != 0;
 }
 }  // namespace
 
@@ -199,9 +199,9 @@ uint64_t Huff_AcMask_scalar(const int32_t* block) {
   return static_cast<uint64_t>(high) << 32 | low | large;
 }
 
-unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
+unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint64_t word) {
   outNext_ = next;
-  for (int shift = 24; shift >= 0; shift -= 8) {
+  for (int shift = 56; shift >= 0; shift -= 8) {
     unsigned char byte = static_cast<unsigned char>(word >> shift);
     EmitByte(byte);
     if (byte == 0xFF) EmitByte(0);
@@ -210,28 +210,28 @@ unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint32_t word) {
 }
 
 // Codes one block into the writer `w`. Each symbol's code and its value bits
-// are added in one step (at most 16 + 11 bits); whenever 32 bits are pending
-// they are stored as four bytes at once, byte by byte only when one of them
+// are added in one step (at most 16 + 11 bits); whenever 64 bits are pending
+// they are stored as eight bytes at once, byte by byte only when one of them
 // is 0xFF (stuffing) or the output buffer is nearly full.
 inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, int lastDC,
                                       const DerivedTable* dc, const DerivedTable* ac,
                                       uint64_t (*acMask)(const int32_t*)) {
   auto put = [&](uint32_t bits, int size) {
-    w.bits = w.bits << size | bits;
-    w.count += size;
-    if (w.count >= 32) {
-      w.count -= 32;
-      uint32_t word = static_cast<uint32_t>(w.bits >> w.count);
-      if (__builtin_expect(outEnd_ - w.next >= 8 && !HasByteFF(word), 1)) {
-        w.next[0] = static_cast<unsigned char>(word >> 24);
-        w.next[1] = static_cast<unsigned char>(word >> 16);
-        w.next[2] = static_cast<unsigned char>(word >> 8);
-        w.next[3] = static_cast<unsigned char>(word);
-        w.next += 4;
-      } else {
-        w.next = Huff_StoreWordSlow(w.next, word);
-      }
+    if (__builtin_expect(size < w.free, 1)) {
+      w.bits = w.bits << size | bits;
+      w.free -= size;
+      return;
     }
+    int over = size - w.free;  // 0 to 27: `free` is at least 1
+    uint64_t word = w.bits << w.free | bits >> over;
+    if (__builtin_expect(outEnd_ - w.next >= 16 && !HasByteFF(word), 1)) {
+      for (int i = 0; i < 8; ++i) w.next[i] = static_cast<unsigned char>(word >> (56 - 8 * i));
+      w.next += 8;
+    } else {
+      w.next = Huff_StoreWordSlow(w.next, word);
+    }
+    w.bits = bits;
+    w.free = 64 - over;
   };
   auto code = [&](const DerivedTable* table, int symbol) {
     uint32_t entry = table->packed[symbol];
@@ -305,15 +305,15 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
 }
 
 void Encoder::EncodeOneBlock(int* block, int lastDC, DerivedTable* dc, DerivedTable* ac) {
-  HuffWriter w{bitBuffer_, bitCount_, outNext_};
+  HuffWriter w{bitBuffer_, bitsFree_, outNext_};
   Huff_EncodeBlock(w, block, lastDC, dc, ac, Kernels_Active().huffAcMask);
   bitBuffer_ = w.bits;
-  bitCount_ = w.count;
+  bitsFree_ = w.free;
   outNext_ = w.next;
 }
 
 void Encoder::Huff_EncodeMcu(Block** blocks) {
-  HuffWriter w{bitBuffer_, bitCount_, outNext_};
+  HuffWriter w{bitBuffer_, bitsFree_, outNext_};
   uint64_t (*acMask)(const int32_t*) = Kernels_Active().huffAcMask;
   for (int b = 0; b < blocksInMcu_; ++b) {
     int ci = mcuBlockComponent_[b];
@@ -323,22 +323,27 @@ void Encoder::Huff_EncodeMcu(Block** blocks) {
     lastDc_[ci] = coef[0];
   }
   bitBuffer_ = w.bits;
-  bitCount_ = w.count;
+  bitsFree_ = w.free;
   outNext_ = w.next;
 }
 
 void Encoder::Huff_FinishPass() {
-  // Pad the last byte with 1-bits and store every whole byte.
-  bitBuffer_ = bitBuffer_ << 7 | 0x7F;
-  bitCount_ += 7;
-  while (bitCount_ >= 8) {
-    bitCount_ -= 8;
-    unsigned char byte = static_cast<unsigned char>(bitBuffer_ >> bitCount_);
+  // Store every whole byte, then the last one padded with 1-bits.
+  int count = 64 - bitsFree_;
+  auto emitByte = [&] {
+    count -= 8;
+    unsigned char byte = static_cast<unsigned char>(bitBuffer_ >> count);
     EmitByte(byte);
     if (byte == 0xFF) EmitByte(0);
+  };
+  while (count >= 8) emitByte();
+  if (count > 0) {
+    bitBuffer_ = bitBuffer_ << 7 | 0x7F;
+    count += 7;
+    emitByte();
   }
   bitBuffer_ = 0;
-  bitCount_ = 0;
+  bitsFree_ = 64;
 }
 
 }  // namespace kje
