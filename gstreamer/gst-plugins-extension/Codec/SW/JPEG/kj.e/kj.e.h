@@ -38,10 +38,10 @@ struct DerivedTable {
   uint32_t code[256];
   unsigned char length[256];  // 0: the symbol has no code
   uint32_t packed[256];       // code << 8 | length: one load per symbol
-  // AC tables: the fast path's entry for run r - 1, category n and sign at
-  // r * 32 + 2 * (n - 1) + negative (r 1 to 16, n 1 to 10), holding
+  // AC tables: the fast path's entry for a run of zeros, category n and sign
+  // at run * 32 + 2 * (n - 1) + negative (run 0 to 15, n 1 to 10), holding
   // (code << n, plus 2^n - 1 when negative) << 5 | code length + n.
-  uint32_t fast[17 * 32];
+  uint32_t fast[16 * 32];
   bool complete;  // every AC symbol has a code: the fast path may be used
 };
 

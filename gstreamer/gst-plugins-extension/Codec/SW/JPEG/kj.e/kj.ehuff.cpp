@@ -102,14 +102,14 @@ void Encoder::Huff_MakeDerivedTable(bool isDC, int number, DerivedTable*& derive
   // together, so a coefficient costs one load and one add (see
   // Huff_EncodeBlock). Usable only when every symbol it can meet has a code.
   bool complete = derived->length[0] != 0 && derived->length[0xF0] != 0;
-  for (int r = 1; r <= 16; ++r) {
+  for (int run = 0; run < 16; ++run) {
     for (int n = 1; n <= 10; ++n) {
-      int symbol = (r - 1) << 4 | n;
+      int symbol = run << 4 | n;
       complete = complete && derived->length[symbol] != 0;
       uint32_t base = derived->code[symbol] << n;
       uint32_t size = derived->length[symbol] + static_cast<uint32_t>(n);
-      derived->fast[r * 32 + 2 * (n - 1)] = base << 5 | size;
-      derived->fast[r * 32 + 2 * (n - 1) + 1] = (base + (1u << n) - 1) << 5 | size;
+      derived->fast[run * 32 + 2 * (n - 1)] = base << 5 | size;
+      derived->fast[run * 32 + 2 * (n - 1) + 1] = (base + (1u << n) - 1) << 5 | size;
     }
   }
   derived->complete = complete;
@@ -254,29 +254,29 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
   int previous = 0;
   if (__builtin_expect((natural & 1) == 0 && ac->complete, 1)) {
     // Every value is within -1023..1023 and every symbol has a code. The
-    // entry for (run + 1, n - 1, sign) holds the code shifted above the value
+    // entry for (run, n - 1, sign) holds the code shifted above the value
     // bits plus 2^n - 1 when negative, so adding the value itself gives the
     // code followed by the value's n low bits, value - 1 when negative.
     const uint32_t* fast = ac->fast;
     const unsigned char* keys = kValueKeys.of + 1023;
-    intptr_t last = 0;
-    while (mask != 0) {
-      intptr_t k = __builtin_ctzll(mask);
-      mask &= mask - 1;
-      intptr_t r = k - last;
-      last = k;
-      if (__builtin_expect(r > 16, 0)) {
+    const unsigned char* at = kZigzagToNatural.at;  // the last position coded
+    uint64_t ahead = mask >> 1;                     // bit j: position at + 1 + j
+    while (ahead != 0) {
+      unsigned run = static_cast<unsigned>(__builtin_ctzll(ahead));
+      ahead >>= run + 1;  // at most 63: bit 63 of `ahead` is clear
+      at += run + 1;
+      if (__builtin_expect(run > 15, 0)) {
         entry = ac->packed[0xF0];
         do {
           put(entry >> 8, static_cast<int>(entry & 0xFF));
-          r -= 16;
-        } while (r > 16);
+          run -= 16;
+        } while (run > 15);
       }
-      intptr_t value = block[kZigzagToNatural[k]];
-      entry = fast[r * 32 + keys[value]];
+      intptr_t value = block[*at];
+      entry = fast[run * 32 + keys[value]];
       put((entry >> 5) + static_cast<uint32_t>(value), static_cast<int>(entry & 31));
     }
-    previous = static_cast<int>(last);
+    previous = static_cast<int>(at - kZigzagToNatural.at);
   } else {
     while (mask != 0) {
       int k = __builtin_ctzll(mask);
