@@ -133,11 +133,6 @@ void Encoder::Huff_StartPass() {
 }
 
 namespace {
-// ZigzagBits(mask).bits[j][b]: the zigzag-order bits of the natural positions
-// 8j..8j+7 set in b, so that a natural-order mask is reordered with 8 loads.
-struct ZigzagBits {
-  uint64_t bits[8][256];
-};
 constexpr ZigzagBits MakeZigzagBits() {
   int position[64] = {};
   for (int k = 0; k < 64; ++k) position[kNaturalOrder[k]] = k;
@@ -148,16 +143,11 @@ constexpr ZigzagBits MakeZigzagBits() {
         if (b >> i & 1) t.bits[j][b] |= uint64_t{1} << position[8 * j + i];
   return t;
 }
-constexpr ZigzagBits kZigzagBits = MakeZigzagBits();
+}  // namespace
 
-// Bit k set when the AC coefficient at zigzag position k (1 to 63) is
-// non-zero, from the kernel's natural-order mask.
-inline uint64_t ZigzagMask(uint64_t natural) {
-  uint64_t zigzag = 0;
-  for (int j = 0; j < 8; ++j) zigzag |= kZigzagBits.bits[j][natural >> (8 * j) & 0xFF];
-  return zigzag & ~uint64_t{1};
-}
+constexpr ZigzagBits kHuffZigzagBits = MakeZigzagBits();
 
+namespace {
 // kNaturalOrder in bytes, for the coder's inner loop.
 constexpr struct ZigzagBytes {
   unsigned char at[64];
@@ -196,7 +186,10 @@ uint64_t Huff_AcMask_scalar(const int32_t* block) {
   for (int i = 1; i < 32; ++i) low |= static_cast<uint32_t>(block[i] != 0) << i;
   for (int i = 0; i < 32; ++i) high |= static_cast<uint32_t>(block[32 + i] != 0) << i;
   for (int i = 1; i < 64; ++i) large |= block[i] < -1023 || block[i] > 1023;
-  return static_cast<uint64_t>(high) << 32 | low | large;
+  uint64_t zigzag = large;
+  for (int j = 0; j < 4; ++j) zigzag |= kHuffZigzagBits.bits[j][low >> (8 * j) & 0xFF];
+  for (int j = 0; j < 4; ++j) zigzag |= kHuffZigzagBits.bits[4 + j][high >> (8 * j) & 0xFF];
+  return zigzag;
 }
 
 unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint64_t word) {
@@ -249,10 +242,9 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
   put((entry >> 8) << n | ((static_cast<uint32_t>(diff) + sign) & ((1u << n) - 1)),
       static_cast<int>(entry & 0xFF) + n);
 
-  const uint64_t natural = acMask(block);
-  uint64_t mask = ZigzagMask(natural);
+  uint64_t mask = acMask(block);
   int previous = 0;
-  if (__builtin_expect((natural & 1) == 0 && ac->complete, 1)) {
+  if (__builtin_expect((mask & 1) == 0 && ac->complete, 1)) {
     // Every value is within -1023..1023 and every symbol has a code. The
     // entry for (run, n - 1, sign) holds the code shifted above the value
     // bits plus 2^n - 1 when negative, so adding the value itself gives the
@@ -278,6 +270,7 @@ inline void Encoder::Huff_EncodeBlock(HuffWriter& w, const Coefficient* block, i
     }
     previous = static_cast<int>(at - kZigzagToNatural.at);
   } else {
+    mask &= ~uint64_t{1};
     while (mask != 0) {
       int k = __builtin_ctzll(mask);
       mask &= mask - 1;

@@ -1,7 +1,8 @@
 // The AC mask of a block for ARMv7 NEON (compiled with -mfpu=neon in the
 // armhf build only): the values are narrowed to 16 bits with saturation, their
 // extremes kept for the range bit, narrowed to bytes, compared with zero,
-// weighted by their bit and summed pairwise into bytes.
+// weighted by their bit and summed pairwise into bytes; the natural-order
+// mask is then put in zigzag order by table.
 #include "kj.ekernels.h"
 
 #if defined(__arm__) && defined(__ARM_NEON)
@@ -36,7 +37,9 @@ uint64_t Huff_AcMask_neon(const int32_t* block) {
   uint16x8_t over = vcgtq_s16(extreme, vdupq_n_s16(1023));
   uint16x4_t folded = vorr_u16(vget_low_u16(over), vget_high_u16(over));
   uint64_t large = vget_lane_u64(vreinterpret_u64_u16(folded), 0) != 0;
-  return mask | large;
+  uint64_t zigzag = large;
+  for (int j = 0; j < 8; ++j) zigzag |= kHuffZigzagBits.bits[j][mask >> (8 * j) & 0xFF];
+  return zigzag;
 }
 
 }  // namespace kje

@@ -1,7 +1,8 @@
 // The AC mask of a block for x86-64's baseline SSE2: the 64 values are
 // narrowed to 16 bits with saturation (which keeps zero and non-zero apart,
 // and large values large), their extremes kept for the range bit, then
-// narrowed to bytes and compared with zero 16 at a time.
+// narrowed to bytes and compared with zero 16 at a time; the natural-order
+// mask is then put in zigzag order by table.
 #include "kj.ekernels.h"
 
 #if defined(__x86_64__) && defined(__SSE2__)
@@ -26,7 +27,10 @@ uint64_t Huff_AcMask_sse2(const int32_t* block) {
   }
   __m128i extreme = _mm_max_epi16(highest, _mm_subs_epi16(zero, lowest));
   uint64_t large = _mm_movemask_epi8(_mm_cmpgt_epi16(extreme, _mm_set1_epi16(1023))) != 0;
-  return (~zeros & ~uint64_t{1}) | large;
+  const uint64_t natural = ~zeros;
+  uint64_t zigzag = large;
+  for (int j = 0; j < 8; ++j) zigzag |= kHuffZigzagBits.bits[j][natural >> (8 * j) & 0xFF];
+  return zigzag;
 }
 
 }  // namespace kje

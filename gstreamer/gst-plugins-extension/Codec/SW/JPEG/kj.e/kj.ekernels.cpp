@@ -15,9 +15,8 @@ const Kernels kScalar{
 const Kernels kSse2{
     "sse2", Huff_AcMask_sse2, Sample_YccRows_sse2, Fdct_SlowBlocks_sse2, Fdct_FastBlocks_sse2,
 };
-// The Huffman mask: SSE2 is as fast for 64 values.
 const Kernels kAvx2{
-    "avx2", Huff_AcMask_sse2, Sample_YccRows_avx2, Fdct_SlowBlocks_avx2, Fdct_FastBlocks_avx2,
+    "avx2", Huff_AcMask_avx2, Sample_YccRows_avx2, Fdct_SlowBlocks_avx2, Fdct_FastBlocks_avx2,
 };
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
 const Kernels kNeon{

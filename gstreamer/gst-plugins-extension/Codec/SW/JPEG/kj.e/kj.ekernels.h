@@ -13,6 +13,12 @@ namespace kje {
 
 struct YccRows;
 
+// Zigzag position to natural (row-major) index.
+inline constexpr int kNaturalOrder[64] = {0,  1,  8,  16, 9,  2,  3,  10, 17, 24, 32, 25, 18, 11, 4,  5,
+                                          12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,  7,  14, 21, 28,
+                                          35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51,
+                                          58, 59, 52, 45, 38, 31, 39, 46, 53, 60, 61, 54, 47, 55, 62, 63};
+
 // Forward DCT and quantisation of `count` blocks side by side: block n's
 // samples are rows[0..7] + column + 8 * n; `divisors` is a quantisation
 // table's divisors, halves and reciprocals (64 each, kj.efdct); each block's
@@ -22,9 +28,9 @@ using FdctBlocksRoutine = void(unsigned char* const* rows, uint32_t column, uint
 
 struct Kernels {
   const char* name;  // "scalar", "sse2", "avx2" or "neon"
-  // Huffman coding: bit i (1 to 63) set when AC coefficient i (natural
-  // order) is non-zero; bit 0 set when an AC value lies outside -1023..1023,
-  // beyond what the coder's fast path handles.
+  // Huffman coding: bit k (1 to 63) set when the AC coefficient at zigzag
+  // position k is non-zero; bit 0 set when an AC value lies outside
+  // -1023..1023, beyond what the coder's fast path handles.
   uint64_t (*huffAcMask)(const int32_t* block);
   // Packed RGB rows to YCbCr 4:2:0 (kj.esample.h).
   void (*yccRows)(const YccRows& rows);
@@ -33,8 +39,16 @@ struct Kernels {
   FdctBlocksRoutine* fdctFastBlocks;
 };
 
+// kHuffZigzagBits.bits[j][b]: the zigzag-order bits of the natural positions
+// 8j..8j+7 set in b, so that a natural-order mask is reordered with 8 loads.
+struct ZigzagBits {
+  uint64_t bits[8][256];
+};
+extern const ZigzagBits kHuffZigzagBits;
+
 uint64_t Huff_AcMask_scalar(const int32_t* block);
 uint64_t Huff_AcMask_sse2(const int32_t* block);
+uint64_t Huff_AcMask_avx2(const int32_t* block);
 uint64_t Huff_AcMask_neon(const int32_t* block);
 void Sample_YccRows_sse2(const YccRows& rows);
 void Sample_YccRows_avx2(const YccRows& rows);
