@@ -70,6 +70,13 @@ void Encoder::Encode(unsigned char* data, MMStream* out) {
     for (mcuColumn_ = 0; mcuColumn_ < mcuColumns; ++mcuColumn_) {
       int blkn = 0;
       for (Component* c = components_; c != componentsEnd_; ++c) {
+        if (c + 1 < componentsEnd_ && Fdct_CanPair(c[0], c[1])) {
+          // One block each, never outside the picture: transformed together.
+          Fdct_DoPair(c, c + 1, &mcuBlocks_[blkn], mcuColumn_ * 8);
+          blkn += 2;
+          ++c;
+          continue;
+        }
         const uint32_t count = mcuColumn_ < lastMcuColumn_ ? c->mcuWidth : c->lastColumnBlocks;
         for (uint32_t yb = 0; yb < c->mcuHeight; ++yb) {
           Block* row = &mcuBlocks_[blkn];

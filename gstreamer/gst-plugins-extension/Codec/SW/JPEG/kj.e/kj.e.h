@@ -104,6 +104,8 @@ class Encoder {
   void Fdct_AddQuantizationTable(int number, const unsigned long* base, int scale);
   void Fdct_DoBlocks(Component* component, unsigned char** rows, Block* out, unsigned long firstRow,
                      unsigned long firstColumn, unsigned long count);
+  bool Fdct_CanPair(const Component& a, const Component& b) const;
+  void Fdct_DoPair(Component* a, Component* b, Block* out, unsigned long firstColumn);
   void Fdct_DoFast0(int* block);
   void Fdct_DoSlow0(int* block);
 
@@ -190,6 +192,7 @@ class Encoder {
   QuantizationTable* quantTables_[4] = {};
   int32_t* divisors_[4] = {};
   FdctBlocksRoutine* fdctBlocks_ = nullptr;  // the transform in use, with quantisation
+  bool fdctPairs_ = false;                   // see Kernels::fdctPairs
 
   // Entropy coding.
   HuffmanTable* dcTables_[4] = {};

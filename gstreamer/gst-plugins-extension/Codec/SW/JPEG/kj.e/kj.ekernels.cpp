@@ -9,18 +9,18 @@ namespace kje {
 namespace {
 
 const Kernels kScalar{
-    "scalar", Huff_AcMask_scalar, Sample_YccRows, Fdct_SlowBlocks_scalar, Fdct_FastBlocks_scalar,
+    "scalar", Huff_AcMask_scalar, Sample_YccRows, Fdct_SlowBlocks_scalar, Fdct_FastBlocks_scalar, false,
 };
 #if defined(__x86_64__)
 const Kernels kSse2{
-    "sse2", Huff_AcMask_sse2, Sample_YccRows_sse2, Fdct_SlowBlocks_sse2, Fdct_FastBlocks_sse2,
+    "sse2", Huff_AcMask_sse2, Sample_YccRows_sse2, Fdct_SlowBlocks_sse2, Fdct_FastBlocks_sse2, false,
 };
 const Kernels kAvx2{
-    "avx2", Huff_AcMask_avx2, Sample_YccRows_avx2, Fdct_SlowBlocks_avx2, Fdct_FastBlocks_avx2,
+    "avx2", Huff_AcMask_avx2, Sample_YccRows_avx2, Fdct_SlowBlocks_avx2, Fdct_FastBlocks_avx2, true,
 };
 #elif defined(__arm__) && defined(KEL_HAVE_NEON_KERNELS)
 const Kernels kNeon{
-    "neon", Huff_AcMask_neon, Sample_YccRows_neon, Fdct_SlowBlocks_neon, Fdct_FastBlocks_neon,
+    "neon", Huff_AcMask_neon, Sample_YccRows_neon, Fdct_SlowBlocks_neon, Fdct_FastBlocks_neon, false,
 };
 #endif
 

@@ -37,6 +37,9 @@ struct Kernels {
   // The accurate transform (packed input) and the fast one (planar input).
   FdctBlocksRoutine* fdctSlowBlocks;
   FdctBlocksRoutine* fdctFastBlocks;
+  // The transforms take two adjacent blocks in one pass (AVX2): worth
+  // copying two single blocks side by side.
+  bool fdctPairs;
 };
 
 // kHuffZigzagBits.bits[j][b]: the zigzag-order bits of the natural positions
