@@ -193,6 +193,16 @@ uint64_t Huff_AcMask_scalar(const int32_t* block) {
 }
 
 unsigned char* Encoder::Huff_StoreWordSlow(unsigned char* next, uint64_t word) {
+  if (outEnd_ - next >= 16) {
+    // Room for every byte stuffed: a zero follows each 0xFF.
+    for (int shift = 56; shift >= 0; shift -= 8) {
+      unsigned char byte = static_cast<unsigned char>(word >> shift);
+      next[0] = byte;
+      next[1] = 0;
+      next += 1 + (byte == 0xFF);
+    }
+    return next;
+  }
   outNext_ = next;
   for (int shift = 56; shift >= 0; shift -= 8) {
     unsigned char byte = static_cast<unsigned char>(word >> shift);
