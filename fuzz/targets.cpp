@@ -175,14 +175,14 @@ int Feed(const uint8_t* data, size_t size) {
     // Mostly small pieces, now and then a large one.
     size_t piece = (state & 0x300) == 0 ? state % 4096 : state % 32 + 1;
     if (piece > in.n) piece = in.n;
-    if (held) {
-      input.Append(in.p, piece);
-    } else {
-      try {
+    try {
+      if (held) {
+        input.Append(in.p, piece);
+      } else {
         held = input.Push(in.p, piece) == 0;
-      } catch (const kau::Error&) {
-        Require(piece == 0, "Push refuses only an empty piece");
       }
+    } catch (const kau::Error&) {
+      Require(piece == 0, "Push and Append refuse only an empty piece");
     }
     in.p += piece;
     in.n -= piece;
