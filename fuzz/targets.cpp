@@ -1,5 +1,6 @@
 #include "targets.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -259,6 +260,7 @@ int Streams(const uint8_t* data, size_t size) {
   // caller's mistake: only our own allocations are freed, once.
   std::set<void*> allocated, taken;
   std::vector<uint8_t> scratch(70000);
+  size_t putBudget = 16384;
   // A ready stream may read its data buffer at any time, so only a new
   // stream gets one.
   auto record = [&](MMAttri* r, bool data) {
@@ -305,9 +307,12 @@ int Streams(const uint8_t* data, size_t size) {
         s = PageStream(in.U8() % 2 == 0 ? 1u + in.U8() : in.U32() % 70000);
         break;
       case 3: {
-        const unsigned n = in.U16() % scratch.size();
+        // The page table grows by a fixed step, so one-byte pages cost the
+        // square of the bytes put: the bytes of a run are bounded.
+        const unsigned n = std::min<size_t>({in.U16() % scratch.size(), in.n, putBudget});
+        putBudget -= n;
         // A page stream answers the distance its position moved, not the count.
-        MMStreamPut(s, in.p, n < in.n ? n : unsigned(in.n));
+        MMStreamPut(s, in.p, n);
         break;
       }
       case 4: {
