@@ -260,7 +260,7 @@ int Streams(const uint8_t* data, size_t size) {
   // caller's mistake: only our own allocations are freed, once.
   std::set<void*> allocated, taken;
   std::vector<uint8_t> scratch(70000);
-  size_t putBudget = 16384;
+  size_t putBudget = 4096;
   // A ready stream may read its data buffer at any time, so only a new
   // stream gets one.
   auto record = [&](MMAttri* r, bool data) {
