@@ -78,16 +78,20 @@ void* CountingNew(unsigned long n) {
   return MMAllocate(n);
 }
 
-// DecodeJPG's result and the sites it printed, e.g. "0 kj.d:57 kj.d:70 CJPGD:91"
-// (the decoder's directory left out); `requested` gets the bytes it allocated.
+// DecodeJPG's result, the sites it printed and the category of the failure
+// it reported, e.g. "0 kj.d:57 kj.d:70 corrupt" (the decoder's directory left
+// out); `requested` gets the bytes it allocated.
 std::string Outcome(const Bytes& jpeg, const kjd::DecodeLimits& limits = {}, int width = 0, int height = 0,
                     unsigned long* requested = nullptr) {
   STImageSimple image{};
   g_requested = 0;
   kau::mem::SetExternalNewAndDelete(CountingNew, MMFree);
   int rc = 0;
+  kau::Fault failure{};
+  kjd::DecodeLimits options = limits;
+  options.failure = &failure;
   const std::string printed =
-      keltest::Printed([&] { rc = DecodeJPG(jpeg.data(), jpeg.size(), 0, &image, width, height, limits); });
+      keltest::Printed([&] { rc = DecodeJPG(jpeg.data(), jpeg.size(), 0, &image, width, height, options); });
   kau::mem::SetExternalNewAndDelete(MMAllocate, MMFree);
   kau::mem::Delete(image.data);
   if (requested != nullptr) *requested = g_requested;
@@ -95,6 +99,9 @@ std::string Outcome(const Bytes& jpeg, const kjd::DecodeLimits& limits = {}, int
   const std::regex site("\\?!exception@ (\\S+) \\+(\\d+) !\\?");
   for (std::sregex_iterator i(printed.begin(), printed.end(), site), end; i != end; ++i)
     out += " " + Short((*i)[1].str() + ":" + (*i)[2].str());
+  static const char* const kCategory[] = {"internal",    "bad-argument", "truncated",     "corrupt",
+                                          "unsupported", "over-limit",   "out-of-memory", "io"};
+  if (failure.file != nullptr) out += std::string(" ") + kCategory[static_cast<int>(failure.category)];
   return out;
 }
 
@@ -111,52 +118,52 @@ TEST(DecoderErrors, EveryErrorHasAnInputThatReachesItsLine) {
   const std::vector<int> four = {1, 0x44, 0, 2, 0x11, 0, 3, 0x11, 0, 4, 0x11, 0};
   // clang-format off
   const Row rows[] = {
-      {"three bytes", "0 kj.d:45 kj.d:70", {0xFF, 0xD8, 0xFF}},
-      {"leading 00", "0 kj.d:57 kj.d:70", {0x00, 0xD8, 0xFF, 0xD9}},
-      {"starts with EOI", "0 kj.d:60 kj.d:70", {0xFF, 0xD9, 0xFF, 0xD9}},
-      {"second SOI", "0 kj.dinput:124 kj.d:70", W().Soi().Soi().Eoi().b},
-      {"second SOF", "0 kj.dinput:138 kj.d:70", Grey().Sof(0xC0, 8, 8, {1, 0x11, 0}).Eoi().b},
-      {"precision 12", "0 kj.dinput:142 kj.d:70", W().Soi().Sof(0xC1, 8, 8, {1, 0x11, 0}, 12).Eoi().b},
-      {"width 65501", "0 kj.dinput:147 kj.d:70", W().Soi().Sof(0xC0, 65501, 8, {1, 0x11, 0}).Eoi().b},
-      {"five components", "0 kj.dinput:149 kj.d:70", W().Soi().Sof(0xC0, 8, 8, {1, 17, 0, 2, 17, 0, 3, 17, 0, 4, 17, 0, 5, 17, 0}).Eoi().b},
-      {"width 0", "0 kj.dinput:153 kj.d:70", W().Soi().Sof(0xC0, 0, 8, {1, 0x11, 0}).Eoi().b},
-      {"SOF length", "0 kj.dinput:154 kj.d:70", W().Soi().Sof(0xC0, 8, 8, {1, 0x11, 0}, 8, 1).Raw({0}).Eoi().b},
-      {"SOS before SOF", "0 kj.dinput:176 kj.d:70", W().Soi().Dqt().Tables().Sos({1, 0}).Eoi().b},
-      {"SOS with no component", "0 kj.dinput:179 kj.d:70", Grey().Tables().Sos({}).Eoi().b},
-      {"SOS names an unknown component", "0 kj.dinput:189 kj.d:70", Grey().Tables().Sos({9, 0}).Eoi().b},
+      {"three bytes", "0 kj.d:45 kj.d:70 truncated", {0xFF, 0xD8, 0xFF}},
+      {"leading 00", "0 kj.d:57 kj.d:70 corrupt", {0x00, 0xD8, 0xFF, 0xD9}},
+      {"starts with EOI", "0 kj.d:60 kj.d:70 corrupt", {0xFF, 0xD9, 0xFF, 0xD9}},
+      {"second SOI", "0 kj.dinput:124 kj.d:70 corrupt", W().Soi().Soi().Eoi().b},
+      {"second SOF", "0 kj.dinput:138 kj.d:70 corrupt", Grey().Sof(0xC0, 8, 8, {1, 0x11, 0}).Eoi().b},
+      {"precision 12", "0 kj.dinput:142 kj.d:70 unsupported", W().Soi().Sof(0xC1, 8, 8, {1, 0x11, 0}, 12).Eoi().b},
+      {"width 65501", "0 kj.dinput:147 kj.d:70 over-limit", W().Soi().Sof(0xC0, 65501, 8, {1, 0x11, 0}).Eoi().b},
+      {"five components", "0 kj.dinput:149 kj.d:70 unsupported", W().Soi().Sof(0xC0, 8, 8, {1, 17, 0, 2, 17, 0, 3, 17, 0, 4, 17, 0, 5, 17, 0}).Eoi().b},
+      {"width 0", "0 kj.dinput:153 kj.d:70 corrupt", W().Soi().Sof(0xC0, 0, 8, {1, 0x11, 0}).Eoi().b},
+      {"SOF length", "0 kj.dinput:154 kj.d:70 corrupt", W().Soi().Sof(0xC0, 8, 8, {1, 0x11, 0}, 8, 1).Raw({0}).Eoi().b},
+      {"SOS before SOF", "0 kj.dinput:176 kj.d:70 corrupt", W().Soi().Dqt().Tables().Sos({1, 0}).Eoi().b},
+      {"SOS with no component", "0 kj.dinput:179 kj.d:70 corrupt", Grey().Tables().Sos({}).Eoi().b},
+      {"SOS names an unknown component", "0 kj.dinput:189 kj.d:70 corrupt", Grey().Tables().Sos({9, 0}).Eoi().b},
       // The entry points stop after the last row, before the second scan.
       {"second scan in a single-scan image", "kj.dinput:206", Grey().Tables().Sos({1, 0}).Sos({1, 0}).Eoi().b, [](kjd::Decoder&) {}},
-      {"sampling 5", "0 kj.dinput:217 kj.d:70", W().Soi().Dqt().Sof(0xC0, 8, 8, {1, 0x51, 0}).Tables().Sos({1, 0}).Eoi().b},
-      {"DHT counts beyond the segment", "0 kj.dinput:252 kj.d:70", W().Soi().Dht(0x00, {2}, {0}).Eoi().b},
-      {"DHT AC slot 4", "0 kj.dinput:266 kj.d:70", W().Soi().Dht(0x14, {1}, {0}).Eoi().b},
-      {"DHT slot 32", "0 kj.dinput:266 kj.d:70", W().Soi().Dht(0x20, {1}, {0}).Eoi().b},
-      {"DHT length mismatch", "0 kj.dinput:272 kj.d:70", W().Soi().Dht(0x00, {1}, {0, 1, 2, 3}).Eoi().b},
-      {"DQT slot 4", "0 kj.dinput:284 kj.d:70", W().Soi().Dqt(4).Eoi().b},
-      {"DQT one byte short", "0 kj.dinput:297 kj.d:70", W().Soi().Dqt(0, -1).Eoi().b},
-      {"DRI length 5", "0 kj.dinput:303 kj.d:70", W().Soi().Seg(0xDD, {0, 1, 0}).Eoi().b},
-      {"JFIF version 2", "0 kj.dinput:340 kj.d:70", W().Soi().Seg(0xE0, {'J', 'F', 'I', 'F', 0, 2, 1, 0, 0, 1, 0, 1, 0, 0}).Eoi().b},
-      {"restart out of sequence", "0 kj.dinput:475 CJPGD:71", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC0, 16, 8, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 63, 0, {0x00, 0xFF, 0xD1, 0x00}).Eoi().b},
+      {"sampling 5", "0 kj.dinput:217 kj.d:70 corrupt", W().Soi().Dqt().Sof(0xC0, 8, 8, {1, 0x51, 0}).Tables().Sos({1, 0}).Eoi().b},
+      {"DHT counts beyond the segment", "0 kj.dinput:252 kj.d:70 corrupt", W().Soi().Dht(0x00, {2}, {0}).Eoi().b},
+      {"DHT AC slot 4", "0 kj.dinput:266 kj.d:70 corrupt", W().Soi().Dht(0x14, {1}, {0}).Eoi().b},
+      {"DHT slot 32", "0 kj.dinput:266 kj.d:70 corrupt", W().Soi().Dht(0x20, {1}, {0}).Eoi().b},
+      {"DHT length mismatch", "0 kj.dinput:272 kj.d:70 corrupt", W().Soi().Dht(0x00, {1}, {0, 1, 2, 3}).Eoi().b},
+      {"DQT slot 4", "0 kj.dinput:284 kj.d:70 corrupt", W().Soi().Dqt(4).Eoi().b},
+      {"DQT one byte short", "0 kj.dinput:297 kj.d:70 corrupt", W().Soi().Dqt(0, -1).Eoi().b},
+      {"DRI length 5", "0 kj.dinput:303 kj.d:70 corrupt", W().Soi().Seg(0xDD, {0, 1, 0}).Eoi().b},
+      {"JFIF version 2", "0 kj.dinput:340 kj.d:70 unsupported", W().Soi().Seg(0xE0, {'J', 'F', 'I', 'F', 0, 2, 1, 0, 0, 1, 0, 1, 0, 0}).Eoi().b},
+      {"restart out of sequence", "0 kj.dinput:475 CJPGD:71 corrupt", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC0, 16, 8, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 63, 0, {0x00, 0xFF, 0xD1, 0x00}).Eoi().b},
       {"5 components in scan", "kj.dinput:502", GreyBaseline(), [](kjd::Decoder& d) { d.componentsInScan = 5; d.Input_StartScan(); }},
-      {"19 blocks per MCU", "0 kj.dinput:518", W().Soi().Dqt().Sof(0xC0, 32, 32, four).Tables().Sos({1, 0, 2, 0, 3, 0, 4, 0}).Eoi().b},
-      {"quantisation table undefined", "0 kj.dinput:530", W().Soi().Dqt().Sof(0xC0, 8, 8, {1, 0x11, 3}).Tables().Sos({1, 0}).Eoi().b},
-      {"SOF3", "0 kj.dinput:601 kj.d:70", W().Soi().Sof(0xC3, 8, 8, {1, 0x11, 0}).Eoi().b},
-      {"EOI without scan", "0 kj.dinput:609 kj.d:70", Grey().Tables().Eoi().b},
-      {"DHP marker", "0 kj.dinput:657 kj.d:70", W().Soi().Seg(0xDE, {0, 0}).Eoi().b},
+      {"19 blocks per MCU", "0 kj.dinput:518 unsupported", W().Soi().Dqt().Sof(0xC0, 32, 32, four).Tables().Sos({1, 0, 2, 0, 3, 0, 4, 0}).Eoi().b},
+      {"quantisation table undefined", "0 kj.dinput:530 corrupt", W().Soi().Dqt().Sof(0xC0, 8, 8, {1, 0x11, 3}).Tables().Sos({1, 0}).Eoi().b},
+      {"SOF3", "0 kj.dinput:601 kj.d:70 unsupported", W().Soi().Sof(0xC3, 8, 8, {1, 0x11, 0}).Eoi().b},
+      {"EOI without scan", "0 kj.dinput:609 kj.d:70 truncated", Grey().Tables().Eoi().b},
+      {"DHP marker", "0 kj.dinput:657 kj.d:70 corrupt", W().Soi().Seg(0xDE, {0, 0}).Eoi().b},
       {"ceil-div by zero", "common/kau/kau:144", GreyBaseline(), [](kjd::Decoder& d) { d.maxH = 0; d.componentsInScan = 2; d.scanComponents[1] = d.components; d.Input_StartScan(); }},
-      {"no code near a marker", "0 kj.dhuff:94 CJPGD:71", Grey().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({1, 0}, 0, 63, 0, {}).Eoi().b},
-      {"no code, long", "0 kj.dhuff:111 CJPGD:71", Grey().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({1, 0}, 0, 63, 0, {0, 0, 0}).Eoi().b},
-      {"table number 4", "0 kj.dhuff:211", Grey().Tables().Sos({1, 0x40}).Eoi().b},
-      {"table not defined", "0 kj.dhuff:213", Grey().Tables().Sos({1, 0x10}).Eoi().b},
+      {"no code near a marker", "0 kj.dhuff:94 CJPGD:71 corrupt", Grey().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({1, 0}, 0, 63, 0, {}).Eoi().b},
+      {"no code, long", "0 kj.dhuff:111 CJPGD:71 corrupt", Grey().Dht(0x00, {}, {}).Dht(0x10, {1}, {0}).Sos({1, 0}, 0, 63, 0, {0, 0, 0}).Eoi().b},
+      {"table number 4", "0 kj.dhuff:211 corrupt", Grey().Tables().Sos({1, 0x40}).Eoi().b},
+      {"table not defined", "0 kj.dhuff:213 corrupt", Grey().Tables().Sos({1, 0x10}).Eoi().b},
       // GetDHT refuses such a table (kj.dinput 252), so the record is edited.
       {"more than 256 codes", "kj.dhuff:224", GreyBaseline(), [](kjd::Decoder& d) { d.dcHuffTables[0][8] = 255; d.dcHuffTables[0][9] = 2; }},
-      {"code space overfilled", "0 kj.dhuff:239", Grey().Dht(0x00, {0, 5}, {0, 1, 2, 3, 4}).Dht(0x10, {1}, {0}).Sos({1, 0}).Eoi().b},
-      {"DC symbol 16", "0 kj.dhuff:288", Grey().Dht(0x00, {1}, {16}).Dht(0x10, {1}, {0}).Sos({1, 0}).Eoi().b},
-      {"progressive DC with Se 1", "0 kj.dhuff:423", Progressive().Sos({1, 0}, 0, 1, 0).Eoi().b},
-      {"progressive Ss above Se", "0 kj.dhuff:428", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 5, 2, 0).Eoi().b},
-      {"progressive Al 14", "0 kj.dhuff:431", Progressive().Sos({1, 0}, 0, 0, 0x0E).Eoi().b},
-      {"progressive AC before DC", "0 kj.dhuff:439", Progressive().Sos({1, 0}, 1, 63, 0).Eoi().b},
-      {"progressive Ah mismatch", "0 kj.dhuff:443", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 1, 63, 0x10).Eoi().b},
-      {"refinement symbol of category 2", "0 kj.dhuff:600", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 1, 63, 0x01).Sos({1, 0}, 1, 63, 0x10, {0x80}).Eoi().b},
+      {"code space overfilled", "0 kj.dhuff:239 corrupt", Grey().Dht(0x00, {0, 5}, {0, 1, 2, 3, 4}).Dht(0x10, {1}, {0}).Sos({1, 0}).Eoi().b},
+      {"DC symbol 16", "0 kj.dhuff:288 corrupt", Grey().Dht(0x00, {1}, {16}).Dht(0x10, {1}, {0}).Sos({1, 0}).Eoi().b},
+      {"progressive DC with Se 1", "0 kj.dhuff:423 corrupt", Progressive().Sos({1, 0}, 0, 1, 0).Eoi().b},
+      {"progressive Ss above Se", "0 kj.dhuff:428 corrupt", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 5, 2, 0).Eoi().b},
+      {"progressive Al 14", "0 kj.dhuff:431 corrupt", Progressive().Sos({1, 0}, 0, 0, 0x0E).Eoi().b},
+      {"progressive AC before DC", "0 kj.dhuff:439 corrupt", Progressive().Sos({1, 0}, 1, 63, 0).Eoi().b},
+      {"progressive Ah mismatch", "0 kj.dhuff:443 corrupt", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 1, 63, 0x10).Eoi().b},
+      {"refinement symbol of category 2", "0 kj.dhuff:600 corrupt", Progressive().Sos({1, 0}, 0, 0, 0).Sos({1, 0}, 1, 63, 0x01).Sos({1, 0}, 1, 63, 0x10, {0x80}).Eoi().b},
       // The inputs the table is built from decode cleanly; 18 blocks per MCU
       // (4x4, 1x1, 1x1) are accepted, and AC slot 3 is 0x13.
       {"good baseline", "1", GreyBaseline()},
@@ -209,21 +216,21 @@ TEST(HostileInput, FailsCleanlyAndCheaplyWithTheDocumentedLine) {
     std::string outcome;
     int width = 0, height = 0;
   } rows[] = {
-      {"header only, 65500 x 65500", W().Soi().Dqt().Sof(0xC0, 65500, 65500, {1, 0x11, 0}).Eoi().b, {}, "0 kj.dinput:609 kj.d:70"},
-      {"65500 x 65500 and a scan, no data", W().Soi().Dqt().Sof(0xC0, 65500, 65500, yuv420).Tables().Sos(scan3, 0, 63, 0, {}).Eoi().b, {}, "0 kj.d:141"},
-      {"65500 x 352 with 16 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 65500, 352, yuv420).Tables().Sos(scan3, 0, 63, 0, zeros16).Eoi().b, kElement, "0 kj.d:142"},
-      {"4096 x 4096 in 600 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 4096, 4096, yuv420).Tables().Sos(scan3, 0, 63, 0, Bytes(420, 0)).Eoi().b, kElement, "0 kj.d:143"},
-      {"progressive 4 GB store, element limits", W().Soi().Dqt().Sof(0xC2, 65500, 16383, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, kElement, "0 kj.d:142"},
-      {"progressive 2048 x 2048 over 16 MiB", W().Soi().Dqt().Sof(0xC2, 2048, 2048, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {0, 16u << 20, 0, 0}, "0 kj.d:144"},
-      {"upscale box beyond the pixel limit", GreyBaseline(), {1000, 0, 0, 0}, "0 kj.d:142", 4000, 4000},
+      {"header only, 65500 x 65500", W().Soi().Dqt().Sof(0xC0, 65500, 65500, {1, 0x11, 0}).Eoi().b, {}, "0 kj.dinput:609 kj.d:70 truncated"},
+      {"65500 x 65500 and a scan, no data", W().Soi().Dqt().Sof(0xC0, 65500, 65500, yuv420).Tables().Sos(scan3, 0, 63, 0, {}).Eoi().b, {}, "0 kj.d:141 over-limit"},
+      {"65500 x 352 with 16 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 65500, 352, yuv420).Tables().Sos(scan3, 0, 63, 0, zeros16).Eoi().b, kElement, "0 kj.d:142 over-limit"},
+      {"4096 x 4096 in 600 bytes, element limits", W().Soi().Dqt().Sof(0xC0, 4096, 4096, yuv420).Tables().Sos(scan3, 0, 63, 0, Bytes(420, 0)).Eoi().b, kElement, "0 kj.d:143 truncated"},
+      {"progressive 4 GB store, element limits", W().Soi().Dqt().Sof(0xC2, 65500, 16383, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, kElement, "0 kj.d:142 over-limit"},
+      {"progressive 2048 x 2048 over 16 MiB", W().Soi().Dqt().Sof(0xC2, 2048, 2048, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Eoi().b, {0, 16u << 20, 0, 0}, "0 kj.d:144 over-limit"},
+      {"upscale box beyond the pixel limit", GreyBaseline(), {1000, 0, 0, 0}, "0 kj.d:142 over-limit", 4000, 4000},
       // A scan that ran out of data makes no band, nor do the blocks an EOB run passes over.
       {"progressive 1 GB store at 1/8", W().Soi().Dqt().Sof(0xC2, 65500, 4096, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, zeros16).Dht(0x10, {1}, {0xE0}).Sos({1, 0}, 1, 63, 0, EobRuns(1)).Eoi().b, {}, "1", 8188, 512},
       {"3000 tiny scans", tinyScans, {}, "1"},
-      {"3000 tiny scans, element limits", tinyScans, kElement, "0 kj.dinput:207"},
+      {"3000 tiny scans, element limits", tinyScans, kElement, "0 kj.dinput:207 over-limit"},
       {"tables redefined between scans", Progressive().Sos({1, 0}, 0, 0, 0).Dht(0x10, {0, 1}, {0}).Dqt().Sos({1, 0}, 1, 63, 0x01, {0x00}).Dht(0x10, {1}, {0}).Sos({1, 0}, 1, 63, 0x10).Eoi().b, {}, "1"},
-      {"restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC0, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 63, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475 CJPGD:71"},
-      {"progressive, restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC2, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475"},
-      {"endless fill bytes after SOI", W().Soi().Raw(Bytes(100000, 0xFF)).b, {}, "0 kj.d:106"},
+      {"restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC0, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 63, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475 CJPGD:71 corrupt"},
+      {"progressive, restart interval 1, markers missing", W().Soi().Dqt().Seg(0xDD, {0, 1}).Sof(0xC2, 16, 16, {1, 0x11, 0}).Tables().Sos({1, 0}, 0, 0, 0, {0, 0}).Eoi().b, {}, "0 kj.dinput:475 corrupt"},
+      {"endless fill bytes after SOI", W().Soi().Raw(Bytes(100000, 0xFF)).b, {}, "0 kj.d:106 truncated"},
       {"endless fill bytes in the data", Grey().Tables().Sos({1, 0}).Raw(Bytes(100000, 0xFF)).Eoi().b, {}, "1"},
   };
   // clang-format on
@@ -254,7 +261,8 @@ TEST(HostileInput, EveryTruncationDecodesOrFailsCleanly) {
                                 .Sos({1, 0}, 1, 63, 0x10, {0x00})
                                 .Eoi()
                                 .b;
-  const std::regex outcome("1|0( [\\w/.]+:\\d+)+");
+  // A cut never reads as the library's own fault.
+  const std::regex outcome("1|0( [\\w/.]+:\\d+)+ (truncated|corrupt|unsupported|bad-argument)");
   for (const Bytes& jpeg : {baseline, progressive}) {
     int decoded = 0;
     for (size_t n = 0; n <= jpeg.size(); ++n) {

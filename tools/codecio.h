@@ -1,6 +1,6 @@
-// The codec's exported entry points as the keljpeg tool uses them: decoding
-// and encoding with the diagnostic line the codec prints caught and turned
-// into words.
+// The codec's entry points as the keljpeg tool uses them: the diagnostic line
+// the codec prints is kept off the terminal, and a failure is told in words
+// from the codec's failure record.
 #ifndef KEL_TOOLS_CODECIO_H
 #define KEL_TOOLS_CODECIO_H
 
@@ -8,6 +8,7 @@
 #include <string>
 
 #include "imagefile.h"
+#include "kau/kau.h"
 
 namespace keljpeg {
 
@@ -17,16 +18,13 @@ struct DecodeSize {
   int width = 0, height = 0;
 };
 
-// Where a codec call failed, from the first diagnostic line it printed.
+// Why a codec call failed: the codec's own record, or the tool's words.
 struct Failure {
-  std::string source;  // as printed, e.g. ".../kj.d/kj.dinput"
-  int line = 0;
-  std::string words;  // what it means, empty when the site is not one we know
-  // "<words> (<source> +<line>)", or the printed text when it is not a diagnostic line.
+  kau::Fault fault{};
+  std::string words;
+  // "corrupt JPEG data: ... (kj.dinput +475)", or the words.
   std::string Describe() const;
 };
-// The first "?!...@ source +line !?" line of `printed`; empty source if none.
-Failure ParseDiagnostic(const std::string& printed);
 
 // Sends the process's standard output into a temporary file until Finish,
 // so the codec's diagnostic lines do not reach the terminal.

@@ -9,12 +9,14 @@ namespace {
 
 constexpr const char* kSource = "common/kau/kau";
 constexpr Site kSiteNewCatch{kSource, 57};
-constexpr Site kSiteNewAlignedNull{kSource, 79};
-constexpr Site kSiteDeleteAlignedMisaligned{kSource, 93};
-constexpr Site kSiteCopyNullDst{kSource, 318};
-constexpr Site kSiteHeapAllocateNull{kSource, 402};
-constexpr Site kSiteHeapZeroTooLarge{kSource, 421};
-constexpr Site kSiteHeapForeignBlock{kSource, 446};
+constexpr Fault kSiteNewAlignedNull{kSource, 79, Category::kOutOfMemory, "no memory for an aligned block"};
+constexpr Fault kSiteDeleteAlignedMisaligned{kSource, 93, Category::kBadArgument,
+                                             "a block released as aligned is not aligned"};
+constexpr Fault kSiteCopyNullDst{kSource, 318, Category::kBadArgument, "a copy into a null pointer"};
+constexpr Fault kSiteHeapAllocateNull{kSource, 402, Category::kOutOfMemory, "no memory for a working buffer"};
+constexpr Fault kSiteHeapZeroTooLarge{kSource, 421, Category::kOverLimit, "a working buffer beyond 32 bits"};
+constexpr Fault kSiteHeapForeignBlock{kSource, 446, Category::kBadArgument,
+                                      "a block that is not on this heap"};
 
 void* DefaultAllocate(unsigned long size) { return new char[size]; }
 
@@ -42,7 +44,13 @@ inline bool Add32(unsigned long size, unsigned long extra, unsigned long* sum) {
 
 }  // namespace
 
-Error::Error(const char* file, int line, int code) : file_(file), line_(line), code_(code) {}
+Error::Error(const char* file, int line, int code)
+    : file_(file), line_(line), code_(code), cause_{file, line, Category::kInternal, nullptr} {}
+
+Error::Error(const Fault& site) : Error(site, site) {}
+
+Error::Error(const Fault& site, const Fault& cause)
+    : file_(site.file), line_(site.line), code_(-1), cause_(cause) {}
 
 const char* Error::FileName() const { return file_ != nullptr ? file_ : ""; }
 
@@ -50,19 +58,61 @@ int Error::Position() const { return line_; }
 
 void Error::Throw(const char* file, int line, int code) { throw Error(file, line, code); }
 
-void Throw(const Site& site) { Error::Throw(site.file, site.line, -1); }
+void Throw(const Fault& site) { throw Error(site); }
 
-void ReportCurrentException(const Site& site) {
+void Throw(const Fault& site, const Fault& cause) { throw Error(site, cause); }
+
+Fault ReportCurrentException(const Site& site, Fault* first) {
+  Fault cause{site.file, site.line, Category::kInternal, nullptr};
   try {
     throw;
   } catch (const Error& e) {
     std::printf("\n?!exception@ %s +%d !?\n\n\n", e.FileName(), e.Position());
+    cause = e.Cause();
   } catch (const char* text) {
     std::printf("\n?!%s@ %s +%d !?\n\n\n", text != nullptr ? text : "exception", site.file, site.line);
+  } catch (const std::bad_alloc&) {
+    std::printf("\n?!exception@ %s +%d !?\n\n\n", site.file, site.line);
+    cause.category = Category::kOutOfMemory;
   } catch (...) {
     std::printf("\n?!exception@ %s +%d !?\n\n\n", site.file, site.line);
   }
   std::fflush(nullptr);
+  if (first != nullptr && first->file == nullptr) *first = cause;
+  return cause;
+}
+
+const char* CategoryText(Category category) {
+  switch (category) {
+    case Category::kBadArgument:
+      return "invalid arguments";
+    case Category::kTruncated:
+      return "truncated JPEG data";
+    case Category::kCorrupt:
+      return "corrupt JPEG data";
+    case Category::kUnsupported:
+      return "unsupported JPEG";
+    case Category::kOverLimit:
+      return "over a limit";
+    case Category::kOutOfMemory:
+      return "out of memory";
+    case Category::kIo:
+      return "a read or write failed";
+    case Category::kInternal:
+      break;
+  }
+  return "internal error";
+}
+
+std::string Describe(const Fault& fault) {
+  if (fault.file == nullptr) return "no failure";
+  std::string text = CategoryText(fault.category);
+  if (fault.what != nullptr) text = text + ": " + fault.what;
+  const char* slash = std::strrchr(fault.file, '/');
+  // snprintf, not std::to_string: that one would export a libstdc++ table.
+  char where[32];
+  std::snprintf(where, sizeof where, " +%d)", fault.line);
+  return text + " (" + (slash != nullptr ? slash + 1 : fault.file) + where;
 }
 
 namespace mem {

@@ -6,44 +6,84 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "kexport.h"
 
 namespace kau {
 
-// A throw site as the outside world sees it: source name and line. Every
-// module keeps a small table of these next to the code that throws.
+// A catching site as the outside world sees it: source name and line,
+// printed for exceptions that carry no site of their own.
 struct Site {
   const char* file;
   int line;
 };
 
+// Why a failure happened, in the terms a caller can act on.
+enum class Category : uint8_t {
+  kInternal,     // a fault of the library, or an exception it does not know
+  kBadArgument,  // the caller passed what the call does not take
+  kTruncated,    // the data ends before the image does
+  kCorrupt,      // the data breaks the JPEG format
+  kUnsupported,  // valid JPEG of a kind this codec does not decode
+  kOverLimit,    // beyond a size, memory or work limit
+  kOutOfMemory,
+  kIo,  // a stream or file could not be read or written
+};
+
+// A throw site: its identity (source name and line, printed and checked by
+// callers), its category and what it means in words. Every module keeps a
+// small table of these next to the code that throws. The same record tells
+// a caller why a call failed; a null file means no failure.
+struct Fault {
+  const char* file;
+  int line;
+  Category category;
+  const char* what;
+};
+
 class Error {
  public:
   Error(const char* file, int line, int code);
+  // A failure at `site` that stands for `cause`, an earlier failure already
+  // reported (a constructor's own error after whatever failed inside it).
+  explicit Error(const Fault& site);
+  Error(const Fault& site, const Fault& cause);
   // Never null: a null stored name reads as "".
   const char* FileName() const;
   int Position() const;
   int Code() const { return code_; }
+  // The first failure this error stands for: its own site unless it was
+  // raised for an earlier one.
+  const Fault& Cause() const { return cause_; }
   [[noreturn]] static void Throw(const char* file, int line, int code);
 
  private:
   const char* file_;
   int line_;
   int code_;
+  Fault cause_;
 };
 
 // Throws kau::Error with code -1 at a documented site.
-[[noreturn]] void Throw(const Site& site);
+[[noreturn]] void Throw(const Fault& site);
+[[noreturn]] void Throw(const Fault& site, const Fault& cause);
 
 // Prints the diagnostic line for the exception being handled and flushes all
 // output. Call only from inside a catch block. `site` is the catching site,
-// printed for thrown strings and for unknown exceptions.
-void ReportCurrentException(const Site& site);
+// printed for thrown strings and for unknown exceptions. Returns the
+// failure's cause, and stores it in `*first` unless that already holds one.
+Fault ReportCurrentException(const Site& site, Fault* first = nullptr);
+
+// "corrupt JPEG data: a restart marker is missing or out of order
+// (kj.dinput +475)": the category, the site's words and where.
+std::string Describe(const Fault& fault);
+// The category alone, e.g. "corrupt JPEG data".
+const char* CategoryText(Category category);
 
 // Documented sites of the checked guards below.
-constexpr Site kSiteCeilDiv{"common/kau/kau", 144};
-constexpr Site kSiteRoundUp{"common/kau/kau", 210};
+constexpr Fault kSiteCeilDiv{"common/kau/kau", 144, Category::kOverLimit, "a size overflows 32 bits"};
+constexpr Fault kSiteRoundUp{"common/kau/kau", 210, Category::kOverLimit, "a size overflows 32 bits"};
 
 // (a + b - 1) / b in 32-bit arithmetic; throws on b == 0 or 32-bit overflow.
 inline uint32_t CeilDiv(uint32_t a, uint32_t b) {

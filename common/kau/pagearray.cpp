@@ -6,16 +6,16 @@ namespace kau {
 namespace {
 
 constexpr const char* kSource = "common/kau/pagearray";
-constexpr Site kSiteZeroPageSize{kSource, 31};
-constexpr Site kSiteTableNull{kSource, 37};
-constexpr Site kSiteGrowNull{kSource, 52};
-constexpr Site kSitePageNull{kSource, 62};
-constexpr Site kSiteCopyToNull{kSource, 131};
+constexpr Fault kSiteZeroPageSize{kSource, 31, Category::kBadArgument, "a page size of 0 or beyond 32 bits"};
+constexpr Fault kSiteTableNull{kSource, 37, Category::kOutOfMemory, "no memory for the page table"};
+constexpr Fault kSiteGrowNull{kSource, 52, Category::kOutOfMemory, "no memory to grow the page table"};
+constexpr Fault kSitePageNull{kSource, 62, Category::kOutOfMemory, "no memory for a page"};
+constexpr Fault kSiteCopyToNull{kSource, 131, Category::kBadArgument, "a copy into a null buffer"};
 constexpr Site kSiteDisposeCatch{kSource, 171};
 
 constexpr uint32_t kGrowSlots = 16;
 
-unsigned char** NewTable(uint32_t slots, const Site& site) {
+unsigned char** NewTable(uint32_t slots, const Fault& site) {
   void* p = mem::New(static_cast<unsigned long>(slots) * sizeof(unsigned char*));
   if (p == nullptr) Throw(site);
   return static_cast<unsigned char**>(p);

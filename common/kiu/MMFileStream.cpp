@@ -5,10 +5,12 @@
 namespace {
 
 constexpr const char* kSource = "common/kiu/MMFileStream";
-constexpr kau::Site kSiteTellFailed{kSource, 118};
-constexpr kau::Site kSiteSeekEndFailed{kSource, 120};
-constexpr kau::Site kSiteTellEndFailed{kSource, 123};
-constexpr kau::Site kSiteSeekBackFailed{kSource, 125};
+constexpr kau::Fault kSiteTellFailed{kSource, 118, kau::Category::kIo, "the file position cannot be read"};
+constexpr kau::Fault kSiteSeekEndFailed{kSource, 120, kau::Category::kIo,
+                                        "the file cannot be searched to its end"};
+constexpr kau::Fault kSiteTellEndFailed{kSource, 123, kau::Category::kIo, "the file size cannot be read"};
+constexpr kau::Fault kSiteSeekBackFailed{kSource, 125, kau::Category::kIo,
+                                         "the file cannot be searched back"};
 constexpr kau::Site kSiteSizeCatch{kSource, 130};
 
 }  // namespace

@@ -349,10 +349,13 @@ bool Same(const char* folded, const char* name, int length) {
 }  // namespace
 
 Format ColorSpaceFrom(const char* name) {
-  constexpr kau::Site kSiteNullName{kSource, 9};
-  constexpr kau::Site kSiteTooLong{kSource, 11};
-  constexpr kau::Site kSiteUnknownThree{kSource, 26};
-  constexpr kau::Site kSiteUnknownFour{kSource, 64};
+  constexpr kau::Fault kSiteNullName{kSource, 9, kau::Category::kBadArgument, "no colour space name"};
+  constexpr kau::Fault kSiteTooLong{kSource, 11, kau::Category::kBadArgument,
+                                    "a colour space name longer than four letters"};
+  constexpr kau::Fault kSiteUnknownThree{kSource, 26, kau::Category::kBadArgument,
+                                         "an unknown colour space name"};
+  constexpr kau::Fault kSiteUnknownFour{kSource, 64, kau::Category::kBadArgument,
+                                        "an unknown colour space name"};
   if (name == nullptr) kau::Throw(kSiteNullName);
   // Never read past the terminator: shorter names are three-letter names
   // that match nothing.

@@ -75,7 +75,8 @@ class Direction {
   float support_;
 };
 
-constexpr kau::Site kSiteTooManyContributions{kSource, 88};
+constexpr kau::Fault kSiteTooManyContributions{kSource, 88, kau::Category::kOverLimit,
+                                               "a resample beyond 32-bit tables"};
 
 // Weights are left unnormalised on purpose; see RoundSample for why uniform
 // areas still come out exact.
@@ -141,7 +142,8 @@ inline void Filter(const unsigned char* base, const Contribution* p, const Contr
 }
 
 // Bytes of a w x h picture of `step` bytes per pixel, within 32 bits.
-constexpr kau::Site kSiteTooLarge{kSource, 164};
+constexpr kau::Fault kSiteTooLarge{kSource, 164, kau::Category::kOverLimit,
+                                   "a picture beyond 32 bits of bytes"};
 inline uint32_t PictureBytes(uint32_t w, uint32_t h, uint32_t step) {
   uint64_t bytes = uint64_t{w} * h * step;
   if (bytes > UINT32_MAX) kau::Throw(kSiteTooLarge);
@@ -217,14 +219,16 @@ void Resample(const unsigned char* src, uint32_t srcWidth, uint32_t srcHeight, u
   }
 }
 
-constexpr kau::Site kSiteNullData{kSource, 160};
-constexpr kau::Site kSiteBadSize{kSource, 162};
+constexpr kau::Fault kSiteNullData{kSource, 160, kau::Category::kBadArgument, "no pixels to scale"};
+constexpr kau::Fault kSiteBadSize{kSource, 162, kau::Category::kBadArgument,
+                                  "a picture side of 0 or above the largest supported"};
 inline uint32_t Side(unsigned long n) {
   if (n == 0 || n > kMaxSide) kau::Throw(kSiteBadSize);
   return static_cast<uint32_t>(n);
 }
 
-constexpr kau::Site kSiteOutputNull{kSource, 180};
+constexpr kau::Fault kSiteOutputNull{kSource, 180, kau::Category::kOutOfMemory,
+                                     "no memory for the scaled picture"};
 
 template <int kFiltered, int kStep>
 unsigned char* ScaleImage(unsigned char*& data, unsigned long& width, unsigned long& height,

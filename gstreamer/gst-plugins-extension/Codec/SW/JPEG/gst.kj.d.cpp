@@ -13,7 +13,8 @@ GST_DEBUG_CATEGORY_STATIC(keljpeg_dec_debug);
 namespace {
 
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/gst.kj.d";
-constexpr kau::Site kSiteStreamNotReady{kSource, 153};
+constexpr kau::Fault kSiteStreamNotReady{kSource, 153, kau::Category::kOutOfMemory,
+                                         "the input stream could not be made ready"};
 constexpr kau::Site kSiteChainCatch{kSource, 227};
 
 // Decoded sizes the element passes on (after the decoder's even rounding).

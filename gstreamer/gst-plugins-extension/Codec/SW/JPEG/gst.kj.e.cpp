@@ -11,12 +11,18 @@ GST_DEBUG_CATEGORY_STATIC(keljpeg_enc_debug);
 namespace {
 
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/gst.kj.e";
-constexpr kau::Site kSiteStreamNotReady{kSource, 189};
-constexpr kau::Site kSiteEncodeFailed{kSource, 190};
-constexpr kau::Site kSiteNoSize{kSource, 193};
-constexpr kau::Site kSiteNotReadyAfterEncode{kSource, 194};
-constexpr kau::Site kSiteNoOutputBuffer{kSource, 198};
-constexpr kau::Site kSiteShortRead{kSource, 202};
+constexpr kau::Fault kSiteStreamNotReady{kSource, 189, kau::Category::kOutOfMemory,
+                                         "the output stream could not be made ready"};
+constexpr kau::Fault kSiteEncodeFailed{kSource, 190, kau::Category::kInternal,
+                                       "the frame could not be encoded"};
+constexpr kau::Fault kSiteNoSize{kSource, 193, kau::Category::kIo,
+                                 "the size of the encoded image cannot be read"};
+constexpr kau::Fault kSiteNotReadyAfterEncode{kSource, 194, kau::Category::kIo,
+                                              "the encoded image cannot be read back"};
+constexpr kau::Fault kSiteNoOutputBuffer{kSource, 198, kau::Category::kOutOfMemory,
+                                         "no output buffer for the encoded image"};
+constexpr kau::Fault kSiteShortRead{kSource, 202, kau::Category::kIo,
+                                    "the encoded image could not be read whole"};
 constexpr kau::Site kSiteChainCatch{kSource, 207};
 
 constexpr int kDefaultQuality = 85;

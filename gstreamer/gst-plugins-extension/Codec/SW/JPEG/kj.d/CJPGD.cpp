@@ -6,26 +6,29 @@
 namespace {
 
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/CJPGD";
-constexpr kau::Site kSiteStreamAlpha{kSource, 19};
-constexpr kau::Site kSiteStreamNullImage{kSource, 20};
-constexpr kau::Site kSiteStreamBothNegative{kSource, 22};
-constexpr kau::Site kSiteStreamNoPixels{kSource, 25};
+constexpr kau::Fault kSiteStreamAlpha{kSource, 19, kau::Category::kBadArgument, "an alpha value above 255"};
+constexpr kau::Fault kSiteStreamNullImage{kSource, 20, kau::Category::kBadArgument,
+                                          "no image record to fill"};
+constexpr kau::Fault kSiteStreamBothNegative{kSource, 22, kau::Category::kBadArgument,
+                                             "both requested sides are negative"};
+constexpr kau::Fault kSiteStreamNoPixels{kSource, 25, kau::Category::kInternal, "no picture was decoded"};
 constexpr kau::Site kSiteStreamCatch{kSource, 46};
-constexpr kau::Site kSiteNullData{kSource, 63};
-constexpr kau::Site kSiteZeroSize{kSource, 64};
-constexpr kau::Site kSiteAlpha{kSource, 65};
-constexpr kau::Site kSiteNullImage{kSource, 66};
-constexpr kau::Site kSiteBothNegative{kSource, 68};
-constexpr kau::Site kSiteNoPixels{kSource, 71};
+constexpr kau::Fault kSiteNullData{kSource, 63, kau::Category::kBadArgument, "no data to decode"};
+constexpr kau::Fault kSiteZeroSize{kSource, 64, kau::Category::kTruncated, "the data is empty"};
+constexpr kau::Fault kSiteAlpha{kSource, 65, kau::Category::kBadArgument, "an alpha value above 255"};
+constexpr kau::Fault kSiteNullImage{kSource, 66, kau::Category::kBadArgument, "no image record to fill"};
+constexpr kau::Fault kSiteBothNegative{kSource, 68, kau::Category::kBadArgument,
+                                       "both requested sides are negative"};
+constexpr kau::Fault kSiteNoPixels{kSource, 71, kau::Category::kInternal, "no picture was decoded"};
 constexpr kau::Site kSiteCatch{kSource, 91};
 
 // Decodes, post-processes and fills the record; `pixels` always holds the
 // buffer the caller must free should anything throw.
 void Finish(kjd::Decoder& decoder, unsigned char*& pixels, STImageSimple* image, int width, int height,
-            const kjd::DecodeLimits& limits, const kau::Site& noPixels) {
+            const kjd::DecodeLimits& limits, const kau::Fault& noPixels) {
   decoder.limits = limits;
   pixels = decoder.DecodeImage(width, height);
-  if (pixels == nullptr) kau::Throw(noPixels);
+  if (pixels == nullptr) kau::Throw(noPixels, decoder.RowsFailure());
   decoder.ScaleImageAndFillAlpha(pixels);
   image->width = static_cast<uint32_t>(decoder.OutputWidth());
   image->height = static_cast<uint32_t>(decoder.OutputHeight());
@@ -54,7 +57,7 @@ int DecodeJPG(const unsigned char* data, unsigned long size, unsigned long alpha
     Finish(decoder, pixels, image, width, height, limits, kSiteNoPixels);
     return 1;
   } catch (...) {
-    kau::ReportCurrentException(kSiteCatch);
+    kau::ReportCurrentException(kSiteCatch, limits.failure);
     kau::mem::Delete(pixels);
     return 0;
   }
@@ -75,7 +78,7 @@ int DecodeJPG(MMStream* stream, unsigned long alpha, STImageSimple* image, int w
     Finish(decoder, pixels, image, width, height, limits, kSiteStreamNoPixels);
     return 1;
   } catch (...) {
-    kau::ReportCurrentException(kSiteStreamCatch);
+    kau::ReportCurrentException(kSiteStreamCatch, limits.failure);
     kau::mem::Delete(pixels);
     return 0;
   }

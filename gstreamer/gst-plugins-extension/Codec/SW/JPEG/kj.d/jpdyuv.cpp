@@ -7,10 +7,10 @@ namespace jpdyuv {
 namespace {
 
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/jpdyuv";
-constexpr kau::Site kSiteNullImage{kSource, 27};
-constexpr kau::Site kSiteNoPixels{kSource, 30};
-constexpr kau::Site kSiteNoYuv{kSource, 32};
-constexpr kau::Site kSitePlanes{kSource, 41};
+constexpr kau::Fault kSiteNullImage{kSource, 27, kau::Category::kBadArgument, "no image record to fill"};
+constexpr kau::Fault kSiteNoPixels{kSource, 30, kau::Category::kInternal, "no picture was decoded"};
+constexpr kau::Fault kSiteNoYuv{kSource, 32, kau::Category::kOutOfMemory, "no memory for the YUV picture"};
+constexpr kau::Fault kSitePlanes{kSource, 41, kau::Category::kOutOfMemory, "no memory for the I420 planes"};
 constexpr kau::Site kSiteDriverCatch{kSource, 99};
 constexpr kau::Site kSiteStreamCatch{kSource, 115};
 constexpr kau::Site kSiteMemoryCatch{kSource, 126};
@@ -29,7 +29,7 @@ bool IntoRows(kjd::Decoder& decoder, SupplyPlanesFn supply, void* context) {
     target.planes[p] = planes.planes[p];
     target.strides[p] = planes.strides[p];
   }
-  if (!decoder.ProduceRows(target)) kau::Throw(kSiteNoPixels);
+  if (!decoder.ProduceRows(target)) kau::Throw(kSiteNoPixels, decoder.RowsFailure());
   return true;
 }
 
@@ -40,7 +40,7 @@ int Decode(kjd::Decoder& decoder, STImageSimple* image, bool planar) {
     if (!planar) {
       decoder.output.kind = kjd::Decoder::OutputKind::kPackedYuv;
       pixels = decoder.DecodeImage(0, 0);
-      if (pixels == nullptr) kau::Throw(kSiteNoPixels);
+      if (pixels == nullptr) kau::Throw(kSiteNoPixels, decoder.RowsFailure());
       if (decoder.ScaleImageYUV(pixels) == nullptr) kau::Throw(kSiteNoYuv);
       image->width = static_cast<uint32_t>(decoder.OutputWidth());
       image->height = static_cast<uint32_t>(decoder.OutputHeight());
@@ -64,7 +64,7 @@ int Decode(kjd::Decoder& decoder, STImageSimple* image, bool planar) {
     image->data = pixels;
     return 1;
   } catch (...) {
-    kau::ReportCurrentException(kSiteDriverCatch);
+    kau::ReportCurrentException(kSiteDriverCatch, decoder.limits.failure);
     kau::mem::Delete(pixels);
     return 0;
   }
@@ -87,7 +87,7 @@ int DecodeJPG(const unsigned char* data, unsigned long size, STImageSimple* imag
     decoder.limits = limits;
     return Decode(decoder, image, planar);
   } catch (...) {
-    kau::ReportCurrentException(kSiteMemoryCatch);
+    kau::ReportCurrentException(kSiteMemoryCatch, limits.failure);
     return 0;
   }
 }
@@ -98,7 +98,7 @@ int DecodeJPG(MMStream* stream, STImageSimple* image, bool planar, const kjd::De
     decoder.limits = limits;
     return Decode(decoder, image, planar);
   } catch (...) {
-    kau::ReportCurrentException(kSiteStreamCatch);
+    kau::ReportCurrentException(kSiteStreamCatch, limits.failure);
     return 0;
   }
 }
@@ -111,11 +111,11 @@ IntoResult DecodeI420Into(MMStream* stream, const kjd::DecodeLimits& limits, Sup
     try {
       return IntoRows(decoder, supply, context) ? IntoResult::kDecoded : IntoResult::kDeclined;
     } catch (...) {
-      kau::ReportCurrentException(kSiteDriverCatch);
+      kau::ReportCurrentException(kSiteDriverCatch, limits.failure);
       return IntoResult::kFailed;
     }
   } catch (...) {
-    kau::ReportCurrentException(kSiteStreamCatch);
+    kau::ReportCurrentException(kSiteStreamCatch, limits.failure);
     return IntoResult::kFailed;
   }
 }

@@ -13,27 +13,41 @@ namespace kjd {
 namespace {
 
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.d";
-constexpr kau::Site kSiteTooShort{kSource, 45};
-constexpr kau::Site kSiteNoLeadingFF{kSource, 57};
-constexpr kau::Site kSiteNoSOI{kSource, 60};
+constexpr kau::Fault kSiteTooShort{kSource, 45, kau::Category::kTruncated,
+                                   "the data is too short to be a JPEG"};
+constexpr kau::Fault kSiteNoLeadingFF{kSource, 57, kau::Category::kCorrupt,
+                                      "the data does not start with a marker"};
+constexpr kau::Fault kSiteNoSOI{kSource, 60, kau::Category::kCorrupt, "the data does not start with SOI"};
 constexpr kau::Site kSiteMemoryCatch{kSource, 66};
-constexpr kau::Site kSiteMemoryFailed{kSource, 70};
-constexpr kau::Site kSiteNullStream{kSource, 78};
+constexpr kau::Fault kSiteMemoryFailed{kSource, 70, kau::Category::kInternal,
+                                       "the decoder could not be built"};
+constexpr kau::Fault kSiteNullStream{kSource, 78, kau::Category::kBadArgument, "no stream to decode"};
 constexpr kau::Site kSiteStreamCatch{kSource, 87};
-constexpr kau::Site kSiteStreamFailed{kSource, 91};
-constexpr kau::Site kSiteAfterEOI{kSource, 106};
-constexpr kau::Site kSiteOutputTooWide{kSource, 140};
-constexpr kau::Site kSiteOutputTooLarge{kSource, 141};
+constexpr kau::Fault kSiteStreamFailed{kSource, 91, kau::Category::kInternal,
+                                       "the decoder could not be built"};
+constexpr kau::Fault kSiteAfterEOI{kSource, 106, kau::Category::kTruncated,
+                                   "the image ends before its pixel data"};
+constexpr kau::Fault kSiteOutputTooWide{kSource, 140, kau::Category::kOverLimit,
+                                        "the decoded picture would be too wide"};
+constexpr kau::Fault kSiteOutputTooLarge{kSource, 141, kau::Category::kOverLimit,
+                                         "the decoded picture would be too large"};
 // A caller's DecodeLimits: frame or box pixels, blocks beyond what the input
 // can code, whole-image memory.
-constexpr kau::Site kSiteOverPixels{kSource, 142};
-constexpr kau::Site kSiteOverData{kSource, 143};
-constexpr kau::Site kSiteOverMemory{kSource, 144};
-constexpr kau::Site kSitePixelBuffer{kSource, 176};
+constexpr kau::Fault kSiteOverPixels{kSource, 142, kau::Category::kOverLimit,
+                                     "the image has more pixels than the caller's limit"};
+constexpr kau::Fault kSiteOverData{kSource, 143, kau::Category::kTruncated,
+                                   "the header claims far more blocks than the data can hold"};
+constexpr kau::Fault kSiteOverMemory{kSource, 144, kau::Category::kOverLimit,
+                                     "the image needs more memory than the caller's limit"};
+constexpr kau::Fault kSitePixelBuffer{kSource, 176, kau::Category::kOutOfMemory,
+                                      "no memory for the decoded picture"};
 constexpr kau::Site kSiteRowsCatch{kSource, 188};
-constexpr kau::Site kSiteYuvScale{kSource, 203};
-constexpr kau::Site kSiteYuvBuffer{kSource, 210};
-constexpr kau::Site kSiteRgbScale{kSource, 251};
+constexpr kau::Fault kSiteYuvScale{kSource, 203, kau::Category::kOutOfMemory,
+                                   "no memory to resample the picture"};
+constexpr kau::Fault kSiteYuvBuffer{kSource, 210, kau::Category::kOutOfMemory,
+                                    "no memory for the YUV picture"};
+constexpr kau::Fault kSiteRgbScale{kSource, 251, kau::Category::kOutOfMemory,
+                                   "no memory to resample the picture"};
 
 constexpr unsigned long kRefillBytes = 4100;
 
@@ -52,9 +66,9 @@ Decoder::Decoder(const unsigned char* data, unsigned long size, unsigned char al
     consumeInput = Input_ReadMarkers0;
     Input_ReadMarkers0(this);
   } catch (...) {
-    kau::ReportCurrentException(kSiteMemoryCatch);
+    const kau::Fault cause = kau::ReportCurrentException(kSiteMemoryCatch);
     heap.HandleExceptionInConstructor();
-    kau::Throw(kSiteMemoryFailed);
+    kau::Throw(kSiteMemoryFailed, cause);
   }
 }
 
@@ -94,9 +108,9 @@ Decoder::Decoder(MMStream* stream, unsigned char alpha) {
     consumeInput = Input_ReadMarkers0;
     Input_ReadMarkers0(this);
   } catch (...) {
-    kau::ReportCurrentException(kSiteStreamCatch);
+    const kau::Fault cause = kau::ReportCurrentException(kSiteStreamCatch);
     heap.HandleExceptionInConstructor();
-    kau::Throw(kSiteStreamFailed);
+    kau::Throw(kSiteStreamFailed, cause);
   }
 }
 
@@ -222,7 +236,7 @@ bool Decoder::ProduceRows(const OutputTarget& target) {
     Upsample_ProcessSingleRows(target);
     return true;
   } catch (...) {
-    kau::ReportCurrentException(kSiteRowsCatch);
+    rowsFailure = kau::ReportCurrentException(kSiteRowsCatch);
     return false;
   }
 }

@@ -183,9 +183,11 @@ class Decoder : public kiu::Decoder {
   unsigned char* DecodeImage(long width, long height);
   // The two halves of DecodeImage: the scale and output plan for the
   // requested size (reading every scan of a multi-scan image), then the rows
-  // into `target`. The second prints a failure and returns false.
+  // into `target`. The second prints a failure and returns false, keeping
+  // its cause for RowsFailure.
   void PlanOutput(long width, long height);
   bool ProduceRows(const OutputTarget& target);
+  const kau::Fault& RowsFailure() const { return rowsFailure; }
   bool NeedsRescale() const { return output.plan == OutputPlan::kResampled; }
   // Post-processing of the two output kinds; each may replace `pixels`
   // (freeing the old buffer) and returns the current one.
@@ -406,6 +408,7 @@ class Decoder : public kiu::Decoder {
   kau::mem::Heap heap;
 
  private:
+  kau::Fault rowsFailure{};
   unsigned RefillForByte();
   void CheckLimits() const;
   void ReadHeadersFromMemory(const unsigned char* data, unsigned long size);

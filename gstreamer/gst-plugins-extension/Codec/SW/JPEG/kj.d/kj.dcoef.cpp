@@ -7,8 +7,8 @@ namespace kjd {
 namespace {
 
 constexpr const char* kSrcD = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.d";
-constexpr kau::Site kSiteAfterEOI{kSrcD, 106};
-constexpr kau::Site kSiteRoundUp{"common/kau/kau", 210};
+constexpr kau::Fault kSiteAfterEOI{kSrcD, 106, kau::Category::kTruncated,
+                                   "the image ends before its pixel data"};
 
 constexpr int kMcuBufferBlocks = 18;
 
@@ -408,7 +408,7 @@ void Decoder::Dcoef_DecodeToPlanes(uint32_t scaledSize, Plane* planes, bool spec
     Plane& p = planes[c->index];
     uint64_t stride = uint64_t{mcuColumns} * c->h * scaledSize;
     uint64_t rows = uint64_t{mcuRows} * c->v * scaledSize;
-    if (stride * rows > UINT32_MAX) kau::Throw(kSiteRoundUp);
+    if (stride * rows > UINT32_MAX) kau::Throw(kau::kSiteRoundUp);
     p.stride = static_cast<uint32_t>(stride);
     p.data = static_cast<unsigned char*>(Allocate(static_cast<unsigned long>(stride * rows)));
     p.width = kau::CeilDiv(imageWidth * c->h * scaledSize, 8 * maxH);

@@ -11,17 +11,23 @@ namespace {
 
 // The feeding object reports under the input module's source name.
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.d/kj.dinput";
-constexpr kau::Site kSiteNoMarkerData{kSource, 82};
-constexpr kau::Site kSiteNoFillData{kSource, 85};
+constexpr kau::Fault kSiteNoMarkerData{kSource, 82, kau::Category::kTruncated,
+                                       "the data ends before the next marker"};
+constexpr kau::Fault kSiteNoFillData{kSource, 85, kau::Category::kTruncated, "the data ends inside a marker"};
 constexpr kau::Site kSiteIsValidCatch{kSource, 740};
-constexpr kau::Site kSitePushBadArgs{kSource, 746};
-constexpr kau::Site kSitePushShortWrite{kSource, 747};
-constexpr kau::Site kSiteResetNoStream{kSource, 826};
-constexpr kau::Site kSiteResetTell{kSource, 827};
-constexpr kau::Site kSiteResetBeyond{kSource, 828};
-constexpr kau::Site kSiteResetSeek{kSource, 836};
-constexpr kau::Site kSiteResetAlloc{kSource, 837};
-constexpr kau::Site kSiteResetRead{kSource, 838};
+constexpr kau::Fault kSitePushBadArgs{kSource, 746, kau::Category::kBadArgument,
+                                      "no data or no stream to push into"};
+constexpr kau::Fault kSitePushShortWrite{kSource, 747, kau::Category::kOutOfMemory,
+                                         "the data could not be stored"};
+constexpr kau::Fault kSiteResetNoStream{kSource, 826, kau::Category::kBadArgument, "no stream to reset"};
+constexpr kau::Fault kSiteResetTell{kSource, 827, kau::Category::kIo, "the stream position cannot be read"};
+constexpr kau::Fault kSiteResetBeyond{kSource, 828, kau::Category::kInternal,
+                                      "the image ends beyond the stream position"};
+constexpr kau::Fault kSiteResetSeek{kSource, 836, kau::Category::kIo, "the stream cannot be positioned"};
+constexpr kau::Fault kSiteResetAlloc{kSource, 837, kau::Category::kOutOfMemory,
+                                     "no memory for the data after the image"};
+constexpr kau::Fault kSiteResetRead{kSource, 838, kau::Category::kIo,
+                                    "the data after the image cannot be read"};
 constexpr kau::Site kSiteResetCatch{kSource, 841};
 
 enum : int32_t { kLengthHigh = 0, kLengthLow = 1, kScanning = 2 };

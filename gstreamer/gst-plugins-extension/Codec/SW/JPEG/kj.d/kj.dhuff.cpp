@@ -16,19 +16,29 @@ namespace kjd {
 namespace {
 
 constexpr const char* kSrc = kSourceHuff;
-constexpr kau::Site kSiteNearMarker{kSrc, 94};
-constexpr kau::Site kSiteLong{kSrc, 111};
-constexpr kau::Site kSiteTableNumber{kSrc, 211};
-constexpr kau::Site kSiteNoTable{kSrc, 213};
-constexpr kau::Site kSiteTooManyCodes{kSrc, 224};
-constexpr kau::Site kSiteOverfull{kSrc, 239};
-constexpr kau::Site kSiteDcSymbol{kSrc, 288};
-constexpr kau::Site kSiteDcSe{kSrc, 423};
-constexpr kau::Site kSiteAcBand{kSrc, 428};
-constexpr kau::Site kSiteAlAh{kSrc, 431};
-constexpr kau::Site kSiteAcBeforeDc{kSrc, 439};
-constexpr kau::Site kSiteHistory{kSrc, 443};
-constexpr kau::Site kSiteRefineSymbol{kSrc, 600};
+constexpr kau::Fault kSiteNearMarker{kSrc, 94, kau::Category::kCorrupt, "a Huffman code is not in its table"};
+constexpr kau::Fault kSiteLong{kSrc, 111, kau::Category::kCorrupt, "a Huffman code is longer than 16 bits"};
+constexpr kau::Fault kSiteTableNumber{kSrc, 211, kau::Category::kCorrupt,
+                                      "a scan names a Huffman table above 3"};
+constexpr kau::Fault kSiteNoTable{kSrc, 213, kau::Category::kCorrupt,
+                                  "a scan uses a Huffman table that is not defined"};
+constexpr kau::Fault kSiteTooManyCodes{kSrc, 224, kau::Category::kCorrupt,
+                                       "a Huffman table has too many codes"};
+constexpr kau::Fault kSiteOverfull{kSrc, 239, kau::Category::kCorrupt, "a Huffman table is overfull"};
+constexpr kau::Fault kSiteDcSymbol{kSrc, 288, kau::Category::kCorrupt,
+                                   "a DC Huffman table has a value above 15"};
+constexpr kau::Fault kSiteDcSe{kSrc, 423, kau::Category::kCorrupt,
+                               "a progressive scan's spectral range is invalid"};
+constexpr kau::Fault kSiteAcBand{kSrc, 428, kau::Category::kCorrupt,
+                                 "a progressive scan's spectral range is invalid"};
+constexpr kau::Fault kSiteAlAh{kSrc, 431, kau::Category::kCorrupt,
+                               "a progressive scan's successive approximation is invalid"};
+constexpr kau::Fault kSiteAcBeforeDc{kSrc, 439, kau::Category::kCorrupt,
+                                     "a progressive AC scan comes before the DC scan"};
+constexpr kau::Fault kSiteHistory{kSrc, 443, kau::Category::kCorrupt,
+                                  "a progressive scan does not follow the previous one"};
+constexpr kau::Fault kSiteRefineSymbol{kSrc, 600, kau::Category::kCorrupt,
+                                       "a refinement code has a value other than 1"};
 
 constexpr int32_t kExtendTest[16] = {0, 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 4096, 8192, 16384};
 constexpr int32_t kExtendOffset[16] = {0,    -1,   -3,    -7,    -15,   -31,   -63,    -127,

@@ -5,33 +5,57 @@ namespace kjd {
 namespace {
 
 constexpr const char* kSrc = kSourceInput;
-constexpr kau::Site kSiteSecondSOI{kSrc, 124};
-constexpr kau::Site kSiteSecondSOF{kSrc, 138};
-constexpr kau::Site kSitePrecision{kSrc, 142};
-constexpr kau::Site kSiteTooLarge{kSrc, 147};
-constexpr kau::Site kSiteTooManyComponents{kSrc, 149};
-constexpr kau::Site kSiteEmptyFrame{kSrc, 153};
-constexpr kau::Site kSiteSOFLength{kSrc, 154};
-constexpr kau::Site kSiteSOSBeforeSOF{kSrc, 176};
-constexpr kau::Site kSiteSOSLength{kSrc, 179};
-constexpr kau::Site kSiteScanComponent{kSrc, 189};
-constexpr kau::Site kSiteSecondScan{kSrc, 206};
-constexpr kau::Site kSiteScanLimit{kSrc, 207};  // more scans than the caller's DecodeLimits allow
-constexpr kau::Site kSiteSampling{kSrc, 217};
-constexpr kau::Site kSiteDHTCount{kSrc, 252};
-constexpr kau::Site kSiteDHTSlot{kSrc, 266};
-constexpr kau::Site kSiteDHTLength{kSrc, 272};
-constexpr kau::Site kSiteDQTSlot{kSrc, 284};
-constexpr kau::Site kSiteDQTLength{kSrc, 297};
-constexpr kau::Site kSiteDRILength{kSrc, 303};
-constexpr kau::Site kSiteJFIFVersion{kSrc, 340};
-constexpr kau::Site kSiteRestart{kSrc, 475};
-constexpr kau::Site kSiteScanCount{kSrc, 502};
-constexpr kau::Site kSiteMcuBlocks{kSrc, 518};
-constexpr kau::Site kSiteQuantTable{kSrc, 530};
-constexpr kau::Site kSiteUnsupportedSOF{kSrc, 601};
-constexpr kau::Site kSiteNoScan{kSrc, 609};
-constexpr kau::Site kSiteUnknownMarker{kSrc, 657};
+constexpr kau::Fault kSiteSecondSOI{kSrc, 124, kau::Category::kCorrupt,
+                                    "a second SOI marker inside the image"};
+constexpr kau::Fault kSiteSecondSOF{kSrc, 138, kau::Category::kCorrupt, "a second frame header"};
+constexpr kau::Fault kSitePrecision{kSrc, 142, kau::Category::kUnsupported,
+                                    "the sample precision is not 8 bits"};
+constexpr kau::Fault kSiteTooLarge{kSrc, 147, kau::Category::kOverLimit,
+                                   "the width or height is above 65500"};
+constexpr kau::Fault kSiteTooManyComponents{kSrc, 149, kau::Category::kUnsupported,
+                                            "the frame has more than 4 components"};
+constexpr kau::Fault kSiteEmptyFrame{kSrc, 153, kau::Category::kCorrupt,
+                                     "the frame has no width, height or components"};
+constexpr kau::Fault kSiteSOFLength{kSrc, 154, kau::Category::kCorrupt,
+                                    "the frame header's length does not match its components"};
+constexpr kau::Fault kSiteSOSBeforeSOF{kSrc, 176, kau::Category::kCorrupt,
+                                       "a scan comes before the frame header"};
+constexpr kau::Fault kSiteSOSLength{kSrc, 179, kau::Category::kCorrupt,
+                                    "the scan header's length or component count is wrong"};
+constexpr kau::Fault kSiteScanComponent{kSrc, 189, kau::Category::kCorrupt,
+                                        "a scan names a component the frame does not have"};
+constexpr kau::Fault kSiteSecondScan{kSrc, 206, kau::Category::kCorrupt,
+                                     "a further scan after a scan that held every component"};
+// More scans than the caller's DecodeLimits allow.
+constexpr kau::Fault kSiteScanLimit{kSrc, 207, kau::Category::kOverLimit,
+                                    "the image has more scans than the caller's limit"};
+constexpr kau::Fault kSiteSampling{kSrc, 217, kau::Category::kCorrupt, "a sampling factor is outside 1..4"};
+constexpr kau::Fault kSiteDHTCount{kSrc, 252, kau::Category::kCorrupt,
+                                   "a Huffman table has more values than its segment holds"};
+constexpr kau::Fault kSiteDHTSlot{kSrc, 266, kau::Category::kCorrupt, "a Huffman table number is above 3"};
+constexpr kau::Fault kSiteDHTLength{kSrc, 272, kau::Category::kCorrupt,
+                                    "a Huffman table segment's length is wrong"};
+constexpr kau::Fault kSiteDQTSlot{kSrc, 284, kau::Category::kCorrupt,
+                                  "a quantisation table number is above 3"};
+constexpr kau::Fault kSiteDQTLength{kSrc, 297, kau::Category::kCorrupt,
+                                    "a quantisation table segment's length is wrong"};
+constexpr kau::Fault kSiteDRILength{kSrc, 303, kau::Category::kCorrupt,
+                                    "the restart interval segment's length is wrong"};
+constexpr kau::Fault kSiteJFIFVersion{kSrc, 340, kau::Category::kUnsupported, "the JFIF version is not 1.x"};
+constexpr kau::Fault kSiteRestart{kSrc, 475, kau::Category::kCorrupt,
+                                  "a restart marker is missing or out of order"};
+constexpr kau::Fault kSiteScanCount{kSrc, 502, kau::Category::kCorrupt,
+                                    "a scan holds more than 4 components"};
+constexpr kau::Fault kSiteMcuBlocks{kSrc, 518, kau::Category::kUnsupported,
+                                    "an MCU holds more than 18 blocks"};
+constexpr kau::Fault kSiteQuantTable{kSrc, 530, kau::Category::kCorrupt,
+                                     "a component's quantisation table is not defined"};
+constexpr kau::Fault kSiteUnsupportedSOF{
+    kSrc, 601, kau::Category::kUnsupported,
+    "lossless, hierarchical and arithmetic-coded JPEG are not supported"};
+constexpr kau::Fault kSiteNoScan{kSrc, 609, kau::Category::kTruncated,
+                                 "the image ends before its first scan"};
+constexpr kau::Fault kSiteUnknownMarker{kSrc, 657, kau::Category::kCorrupt, "an unknown or reserved marker"};
 
 constexpr int kMaxBlocksInMcu = 18;
 

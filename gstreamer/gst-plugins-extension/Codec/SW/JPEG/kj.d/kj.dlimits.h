@@ -7,6 +7,10 @@
 
 #include <cstdint>
 
+namespace kau {
+struct Fault;
+}
+
 namespace kjd {
 
 struct DecodeLimits {
@@ -21,6 +25,9 @@ struct DecodeLimits {
   uint32_t maxBlocksPerByte = 0;
   // Scans (SOS segments) of one image; each one walks every block it covers.
   uint32_t maxScans = 0;
+  // Not a bound: where a failed decode writes its first cause (category,
+  // source and line, words), when not null.
+  kau::Fault* failure = nullptr;
 };
 
 }  // namespace kjd

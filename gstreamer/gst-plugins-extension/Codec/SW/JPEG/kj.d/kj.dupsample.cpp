@@ -11,12 +11,18 @@
 namespace kjd {
 namespace {
 
-constexpr kau::Site kSiteFusedYuvLayout{kSourceUpsample, 397};
-constexpr kau::Site kSiteFusedRgbaLayout{kSourceUpsample, 458};
-constexpr kau::Site kSiteScaledSize{kSourceUpsample, 572};
-constexpr kau::Site kSiteAdobeTransform{kSourceUpsample, 596};
-constexpr kau::Site kSiteComponentCount{kSourceUpsample, 623};
-constexpr kau::Site kSiteRatio{kSourceUpsample, 781};
+constexpr kau::Fault kSiteFusedYuvLayout{kSourceUpsample, 397, kau::Category::kInternal,
+                                         "the output plan does not fit the sampling"};
+constexpr kau::Fault kSiteFusedRgbaLayout{kSourceUpsample, 458, kau::Category::kInternal,
+                                          "the output plan does not fit the colour model"};
+constexpr kau::Fault kSiteScaledSize{kSourceUpsample, 572, kau::Category::kInternal,
+                                     "a DCT scale other than 1, 2, 4 or 8"};
+constexpr kau::Fault kSiteAdobeTransform{kSourceUpsample, 596, kau::Category::kUnsupported,
+                                         "the Adobe colour transform does not fit three components"};
+constexpr kau::Fault kSiteComponentCount{kSourceUpsample, 623, kau::Category::kUnsupported,
+                                         "the number of components is not 1, 3 or 4"};
+constexpr kau::Fault kSiteRatio{kSourceUpsample, 781, kau::Category::kUnsupported,
+                                "this sampling ratio is not supported"};
 
 const ConvertFn kYuvToRgb = static_cast<ConvertFn>(kiu::ConvertYUVtoRGB);
 

@@ -9,9 +9,13 @@ namespace kje {
 
 namespace {
 constexpr const char* kEncoderSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e";
-constexpr kau::Site kSiteBadSize{kEncoderSource, 238};
-constexpr kau::Site kSiteConstructorFailed{kEncoderSource, 269};
-constexpr kau::Site kSiteNullStreamOrData{kEncoderSource, 274};
+constexpr kau::Fault kSiteBadSize{kEncoderSource, 238, kau::Category::kBadArgument,
+                                  "the width or height is 0 or above 65500"};
+constexpr kau::Site kSiteConstructorCatch{kEncoderSource, 269};
+constexpr kau::Fault kSiteConstructorFailed{kEncoderSource, 269, kau::Category::kInternal,
+                                            "the encoder could not be built"};
+constexpr kau::Fault kSiteNullStreamOrData{kEncoderSource, 274, kau::Category::kBadArgument,
+                                           "no output stream or no pixels"};
 constexpr uint32_t kMaxDimension = 65500;
 }  // namespace
 
@@ -40,9 +44,9 @@ Encoder::Encoder(unsigned long width, unsigned long height, int quality, kiu::Fo
     outNext_ = outBuffer_;
     outEnd_ = outBuffer_ + kOutputBufferSize;
   } catch (...) {
-    kau::ReportCurrentException(kSiteConstructorFailed);
+    const kau::Fault cause = kau::ReportCurrentException(kSiteConstructorCatch);
     heap_.HandleExceptionInConstructor();
-    kau::Throw(kSiteConstructorFailed);
+    kau::Throw(kSiteConstructorFailed, cause);
   }
 }
 
@@ -109,18 +113,30 @@ void Encoder::Encode(unsigned char* data, MMStream* out) {
 }  // namespace kje
 
 namespace {
-constexpr kau::Site kSiteCatch{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/CJPGE", 22};
+constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/CJPGE";
+constexpr kau::Site kSiteCatch{kSource, 22};
+// Refused before anything is printed; the entry point's own site.
+constexpr kau::Fault kSiteNoPicture{kSource, 22, kau::Category::kBadArgument,
+                                    "no pixels, or a width or height of 0"};
 }  // namespace
 
 int EncodeJPG(const STImageSimple& image, int quality, MMStream* out, kiu::Format inputFormat,
               kiu::Format outputFormat) {
-  if (image.data == nullptr || image.width == 0 || image.height == 0) return 0;
+  return EncodeJPG(image, quality, out, inputFormat, outputFormat, nullptr);
+}
+
+int EncodeJPG(const STImageSimple& image, int quality, MMStream* out, kiu::Format inputFormat,
+              kiu::Format outputFormat, kau::Fault* failure) {
+  if (image.data == nullptr || image.width == 0 || image.height == 0) {
+    if (failure != nullptr && failure->file == nullptr) *failure = kSiteNoPicture;
+    return 0;
+  }
   try {
     kje::Encoder encoder(image.width, image.height, quality, inputFormat, outputFormat);
     encoder.Encode(image.data, out);
     return 1;
   } catch (...) {
-    kau::ReportCurrentException(kSiteCatch);
+    kau::ReportCurrentException(kSiteCatch, failure);
     return 0;
   }
 }

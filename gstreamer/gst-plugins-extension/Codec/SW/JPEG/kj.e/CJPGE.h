@@ -2,7 +2,7 @@
 #ifndef KJ_E_CJPGE_H
 #define KJ_E_CJPGE_H
 
-#include "kau/kexport.h"
+#include "kau/kau.h"
 #include "kiu/kiu.h"
 #include "kiu/mmstream.h"
 
@@ -13,5 +13,9 @@
 // the whole file was written, 0 otherwise; never throws.
 KEL_API int EncodeJPG(const STImageSimple& image, int quality, MMStream* out, kiu::Format inputFormat,
                       kiu::Format outputFormat);
+// The same, writing why it failed to `*failure` (when not null and still
+// empty); for the plug-in and the tool, not exported.
+int EncodeJPG(const STImageSimple& image, int quality, MMStream* out, kiu::Format inputFormat,
+              kiu::Format outputFormat, kau::Fault* failure);
 
 #endif  // KJ_E_CJPGE_H

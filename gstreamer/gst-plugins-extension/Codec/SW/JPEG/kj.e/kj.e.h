@@ -12,8 +12,11 @@
 
 namespace kje {
 
-constexpr kau::Site kSiteFlushShortWrite{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 104};
-constexpr kau::Site kSiteNoHuffmanCode{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 110};
+constexpr kau::Fault kSiteFlushShortWrite{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 104,
+                                          kau::Category::kIo,
+                                          "the output stream took fewer bytes than written"};
+constexpr kau::Fault kSiteNoHuffmanCode{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.e", 110,
+                                        kau::Category::kInternal, "a value has no Huffman code"};
 
 // One quantised DCT coefficient (or level-shifted sample).
 using Coefficient = int32_t;

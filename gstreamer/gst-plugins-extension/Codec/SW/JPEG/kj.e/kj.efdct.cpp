@@ -10,9 +10,11 @@ namespace kje {
 
 namespace {
 constexpr unsigned long kPrefetchAhead = 128;
-constexpr kau::Site kSiteBadQuantTableNumber{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.efdct",
-                                             5};
-constexpr kau::Site kSiteMissingQuantTable{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.efdct", 63};
+constexpr kau::Fault kSiteBadQuantTableNumber{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.efdct",
+                                              5, kau::Category::kInternal,
+                                              "a quantisation table number above 3"};
+constexpr kau::Fault kSiteMissingQuantTable{"gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.efdct", 63,
+                                            kau::Category::kInternal, "a quantisation table is not defined"};
 }  // namespace
 
 const unsigned long kLuminanceQuantization[64] = {

@@ -7,13 +7,18 @@ namespace kje {
 
 namespace {
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.ehuff";
-constexpr kau::Site kSiteBadHuffTableNumber{kSource, 20};
-constexpr kau::Site kSiteMissingHuffTable{kSource, 22};
-constexpr kau::Site kSiteTooManyCodes{kSource, 31};
-constexpr kau::Site kSiteCodeOverflow{kSource, 49};
-constexpr kau::Site kSiteBadSymbol{kSource, 59};
-constexpr kau::Site kSiteDcTooLarge{kSource, 157};
-constexpr kau::Site kSiteAcTooLarge{kSource, 182};
+constexpr kau::Fault kSiteBadHuffTableNumber{kSource, 20, kau::Category::kInternal,
+                                             "a Huffman table number above 3"};
+constexpr kau::Fault kSiteMissingHuffTable{kSource, 22, kau::Category::kInternal,
+                                           "a Huffman table is not defined"};
+constexpr kau::Fault kSiteTooManyCodes{kSource, 31, kau::Category::kInternal,
+                                       "a Huffman table has too many codes"};
+constexpr kau::Fault kSiteCodeOverflow{kSource, 49, kau::Category::kInternal, "a Huffman table is overfull"};
+constexpr kau::Fault kSiteBadSymbol{kSource, 59, kau::Category::kInternal,
+                                    "a Huffman table has a bad or repeated value"};
+constexpr kau::Fault kSiteDcTooLarge{kSource, 157, kau::Category::kInternal,
+                                     "a DC difference beyond 11 bits"};
+constexpr kau::Fault kSiteAcTooLarge{kSource, 182, kau::Category::kInternal, "an AC value beyond 10 bits"};
 }  // namespace
 
 const unsigned char kLuminanceDcBits[17] = {0, 0, 1, 5, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0};

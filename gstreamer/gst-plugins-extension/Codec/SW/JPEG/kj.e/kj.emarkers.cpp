@@ -6,10 +6,14 @@ namespace kje {
 
 namespace {
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.emarkers";
-constexpr kau::Site kSiteMissingQuantTable{kSource, 91};
-constexpr kau::Site kSiteMissingHuffTable{kSource, 125};
-constexpr kau::Site kSiteTooLarge{kSource, 155};
-constexpr kau::Site kSiteFinalShortWrite{kSource, 401};
+constexpr kau::Fault kSiteMissingQuantTable{kSource, 91, kau::Category::kInternal,
+                                            "a quantisation table is not defined"};
+constexpr kau::Fault kSiteMissingHuffTable{kSource, 125, kau::Category::kInternal,
+                                           "a Huffman table is not defined"};
+constexpr kau::Fault kSiteTooLarge{kSource, 155, kau::Category::kOverLimit,
+                                   "the padded picture is above 65535 pixels"};
+constexpr kau::Fault kSiteFinalShortWrite{kSource, 401, kau::Category::kIo,
+                                          "the output stream took fewer bytes than written"};
 }  // namespace
 
 void Encoder::EmitMarker(int code) {

@@ -7,15 +7,24 @@ namespace kje {
 
 namespace {
 constexpr const char* kSource = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.e/kj.esample";
-constexpr kau::Site kSiteRgbNeedsPackedInput{kSource, 325};
-constexpr kau::Site kSitePlanarLumaFactors{kSource, 362};
-constexpr kau::Site kSitePlanarCbFactors{kSource, 364};
-constexpr kau::Site kSitePlanarCrFactors{kSource, 366};
-constexpr kau::Site kSiteBadInputFormat{kSource, 369};
-constexpr kau::Site kSiteBadOutputFormat{kSource, 372};
-constexpr kau::Site kSiteBadSamplingFactor{kSource, 377};
-constexpr kau::Site kSiteMcuTooLarge{kSource, 396};
-constexpr kau::Site kSiteNoDownsampler{kSource, 427};
+constexpr kau::Fault kSiteRgbNeedsPackedInput{kSource, 325, kau::Category::kBadArgument,
+                                              "RGB output needs packed pixel input"};
+constexpr kau::Fault kSitePlanarLumaFactors{kSource, 362, kau::Category::kInternal,
+                                            "planar input needs luma sampled 2x2"};
+constexpr kau::Fault kSitePlanarCbFactors{kSource, 364, kau::Category::kInternal,
+                                          "planar input needs Cb sampled 1x1"};
+constexpr kau::Fault kSitePlanarCrFactors{kSource, 366, kau::Category::kInternal,
+                                          "planar input needs Cr sampled 1x1"};
+constexpr kau::Fault kSiteBadInputFormat{kSource, 369, kau::Category::kBadArgument,
+                                         "an input pixel format the encoder does not take"};
+constexpr kau::Fault kSiteBadOutputFormat{kSource, 372, kau::Category::kBadArgument,
+                                          "an output format the encoder does not write"};
+constexpr kau::Fault kSiteBadSamplingFactor{kSource, 377, kau::Category::kInternal,
+                                            "a sampling factor outside 1..4"};
+constexpr kau::Fault kSiteMcuTooLarge{kSource, 396, kau::Category::kInternal,
+                                      "an MCU with more than 10 blocks"};
+constexpr kau::Fault kSiteNoDownsampler{kSource, 427, kau::Category::kInternal,
+                                        "no downsampler for this sampling"};
 
 void SetComponent(Component& c, int id, int h, int v, int table) {
   c.id = id;
