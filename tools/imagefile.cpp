@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "kj.jpeg.h"
+
 namespace keljpeg {
 namespace {
 
@@ -42,7 +44,8 @@ std::string ReadPnm(const Bytes& file, Picture* picture) {
   if (!PnmNumber(file, &pos, &w) || !PnmNumber(file, &pos, &h) || !PnmNumber(file, &pos, &maxval))
     return "its PNM header is incomplete";
   if (maxval != 255) return "only 8-bit PNM (maximum value 255) is read";
-  if (w == 0 || h == 0 || w > 65500 || h > 65500) return "its size is outside 1..65500";
+  if (w == 0 || h == 0 || w > kj::kMaxDimension || h > kj::kMaxDimension)
+    return "its size is outside 1..65500";
   ++pos;  // the single white-space byte before the samples
   const size_t count = static_cast<size_t>(w) * h, channels = colour ? 3 : 1;
   if (file.size() < pos + count * channels) return "it is shorter than its header says";
@@ -64,7 +67,8 @@ std::string ReadPng(const Bytes& file, Picture* picture) {
   std::memset(&image, 0, sizeof image);
   image.version = PNG_IMAGE_VERSION;
   if (!png_image_begin_read_from_memory(&image, file.data(), file.size())) return image.message;
-  if (image.width == 0 || image.height == 0 || image.width > 65500 || image.height > 65500) {
+  if (image.width == 0 || image.height == 0 || image.width > kj::kMaxDimension ||
+      image.height > kj::kMaxDimension) {
     png_image_free(&image);
     return "its size is outside 1..65500";
   }

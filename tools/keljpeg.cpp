@@ -13,6 +13,7 @@
 #include "codecio.h"
 #include "imagefile.h"
 #include "jpeginfo.h"
+#include "kj.jpeg.h"
 
 namespace keljpeg {
 namespace {
@@ -30,7 +31,7 @@ struct UsageError {
 bool ParseSize(const std::string& text, uint32_t* width, uint32_t* height) {
   char tail = 0;
   return std::sscanf(text.c_str(), "%ux%u%c", width, height, &tail) == 2 && *width > 0 && *height > 0 &&
-         *width <= 65500 && *height <= 65500;
+         *width <= kj::kMaxDimension && *height <= kj::kMaxDimension;
 }
 
 const CLI::Validator kSizeText(

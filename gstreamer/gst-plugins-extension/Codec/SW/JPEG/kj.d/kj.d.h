@@ -9,6 +9,7 @@
 
 #include "kau/kau.h"
 #include "kj.dlimits.h"
+#include "kj.jpeg.h"
 
 class MMStream;
 
@@ -318,12 +319,8 @@ class Decoder : public kiu::Decoder {
   static void IDCT_2x2(Coef* block, unsigned char** rows, unsigned long column);
   static void IDCT_1x1(Coef* block, unsigned char** rows, unsigned long column);
 
-  static constexpr int32_t jpegNaturalOrder[80] = {
-      0, 1, 8, 16, 9, 2, 3, 10, 17, 24, 32, 25, 18, 11, 4, 5, 12, 19, 26, 33, 40, 48, 41, 34, 27, 20, 13, 6,
-      7, 14, 21, 28, 35, 42, 49, 56, 57, 50, 43, 36, 29, 22, 15, 23, 30, 37, 44, 51, 58, 59, 52, 45, 38, 31,
-      39, 46, 53, 60, 61, 54, 47, 55, 62, 63,
-      // Guard: a corrupt run length lands on coefficient 63.
-      63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63, 63};
+  // Zigzag to natural order, with 16 guard entries of 63.
+  static constexpr const int32_t (&jpegNaturalOrder)[80] = kj::kNaturalOrder;
 
   static const unsigned char* const idctRangeLimit;
 
@@ -371,14 +368,14 @@ class Decoder : public kiu::Decoder {
   Component* scanComponents[4] = {};
   uint32_t mcusPerRow = 0;
   int32_t blocksInMcu = 0;
-  Component* mcuMembership[18] = {};
+  Component* mcuMembership[kj::kMaxBlocksInMcu] = {};
   uint32_t Ss = 0, Se = 0, Ah = 0, Al = 0;
   DerivedTable* dcDerived[4] = {};
   DerivedTable* acDerived[4] = {};
   DerivedTable* progDerived[4] = {};
   DerivedTable* progAcTable = nullptr;
-  const DerivedTable* blockDcTable[18] = {};
-  const DerivedTable* blockAcTable[18] = {};
+  const DerivedTable* blockDcTable[kj::kMaxBlocksInMcu] = {};
+  const DerivedTable* blockAcTable[kj::kMaxBlocksInMcu] = {};
   McuFn decodeMcu = nullptr;
   McuFn16 decodeMcu16 = nullptr;  // progressive scans on narrow stores
   // Per iMCU row: 1 when its bands hold Block, 0 for Block16.
@@ -392,7 +389,7 @@ class Decoder : public kiu::Decoder {
   Spill* spills = nullptr;
   uint32_t spillCount = 0;
   Block* mcuBuffer = nullptr;
-  Block* mcuBlocks[18] = {};
+  Block* mcuBlocks[kj::kMaxBlocksInMcu] = {};
   Output output;
   uint32_t dctScaledSize = 8;
   uint8_t alphaValue = 0;

@@ -10,8 +10,6 @@ constexpr const char* kSrcD = "gstreamer/gst-plugins-extension/Codec/SW/JPEG/kj.
 constexpr kau::Fault kSiteAfterEOI{kSrcD, 106, kau::Category::kTruncated,
                                    "the image ends before its pixel data"};
 
-constexpr int kMcuBufferBlocks = 18;
-
 inline void ClearBlocks(Block* first, int count) {
   kau::mem::Zero32(first, static_cast<unsigned long>(count) * 64);
 }
@@ -243,7 +241,7 @@ uint32_t ReadRow(Decoder* d, uint32_t row, bool last, uint32_t from, void (*deco
     }
     return rows * width;
   }
-  B* pointers[kMcuBufferBlocks] = {};
+  B* pointers[kj::kMaxBlocksInMcu] = {};
   bool banded = false;
   for (uint32_t x = from; x < d->mcusPerRow; ++x) {
     if (!banded && MayDecode(d)) banded = true;
@@ -328,8 +326,8 @@ int Decoder::Dcoef_DecompressMultiScan0(Decoder* d, unsigned char*** output) {
 
 DecompressFn Decoder::Dcoef_Prepare(bool specialised) {
   if (singleScan) {
-    mcuBuffer = heap.AllocateArray<Block>(kMcuBufferBlocks);
-    for (int i = 0; i < kMcuBufferBlocks; ++i) mcuBlocks[i] = mcuBuffer + i;
+    mcuBuffer = heap.AllocateArray<Block>(kj::kMaxBlocksInMcu);
+    for (int i = 0; i < kj::kMaxBlocksInMcu; ++i) mcuBlocks[i] = mcuBuffer + i;
     if (specialised && componentCount == 3 && componentsInScan == 3) {
       const Component* c = components;
       const bool chroma11 = c[1].h == 1 && c[1].v == 1 && c[2].h == 1 && c[2].v == 1;

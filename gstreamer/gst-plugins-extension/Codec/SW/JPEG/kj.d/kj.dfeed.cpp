@@ -2,6 +2,7 @@
 
 #include "kau/kau.h"
 #include "kiu/MMPageArrayStream.h"
+#include "kj.jpeg.h"
 
 #include <algorithm>
 #include <cstring>
@@ -32,11 +33,12 @@ constexpr kau::Site kSiteResetCatch{kSource, 841};
 
 enum : int32_t { kLengthHigh = 0, kLengthLow = 1, kScanning = 2 };
 
-// Markers followed by a length field: SOFn with DHT and DAC (not JPG 0xC8),
+// Markers followed by a length field: SOFn with DHT and DAC (not JPG),
 // SOS, DQT, DRI, DHP, APPn and COM.
 inline bool HasLength(unsigned char code) {
-  return (code >= 0xC0 && code <= 0xCF && code != 0xC8) || code == 0xDA || code == 0xDB || code == 0xDD ||
-         code == 0xDE || (code >= 0xE0 && code <= 0xEF) || code == 0xFE;
+  using namespace kj;
+  return (code >= kSOF0 && code <= kSOF15 && code != kJPG) || code == kSOS || code == kDQT || code == kDRI ||
+         code == kDHP || (code >= kAPP0 && code <= kAPP15) || code == kCOM;
 }
 
 // Reads the next marker code: scans to 0xFF, skips fill bytes; a 0x00 code

@@ -319,28 +319,13 @@ void Decoder::Huff_MakeDerivedTable(bool isDc, int slot, DerivedTable*& table) {
   DerivedTable* t = table;
   t->symbols = record + 17;
 
-  uint8_t sizes[257];
+  uint8_t sizes[256];
+  uint32_t codes[256];
+  const int numSymbols = kj::HuffmanCodes(record, sizes, codes);
+  if (numSymbols == kj::kTooManyCodes) kau::Throw(kSiteTooManyCodes);
+  if (numSymbols == kj::kOverfull) kau::Throw(kSiteOverfull);
+
   int p = 0;
-  for (int l = 1; l <= 16; ++l) {
-    int count = record[l];
-    if (p + count > 256) kau::Throw(kSiteTooManyCodes);
-    while (count-- > 0) sizes[p++] = static_cast<uint8_t>(l);
-  }
-  sizes[p] = 0;
-  const int numSymbols = p;
-
-  uint32_t codes[257];
-  uint32_t code = 0;
-  int si = sizes[0];
-  p = 0;
-  while (sizes[p] != 0) {
-    while (sizes[p] == si) codes[p++] = code++;
-    if (code >= (1u << si)) kau::Throw(kSiteOverfull);
-    code <<= 1;
-    ++si;
-  }
-
-  p = 0;
   for (int l = 1; l <= 16; ++l) {
     if (record[l] != 0) {
       t->valoffset[l] = p - static_cast<int32_t>(codes[p]);

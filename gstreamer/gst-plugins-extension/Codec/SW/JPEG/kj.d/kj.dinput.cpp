@@ -57,8 +57,6 @@ constexpr kau::Fault kSiteNoScan{kSrc, 609, kau::Category::kTruncated,
                                  "the image ends before its first scan"};
 constexpr kau::Fault kSiteUnknownMarker{kSrc, 657, kau::Category::kCorrupt, "an unknown or reserved marker"};
 
-constexpr int kMaxBlocksInMcu = 18;
-
 }  // namespace
 
 void Decoder::GetSOI() {
@@ -74,7 +72,7 @@ void Decoder::GetSOF() {
   if (GetInputByte() != 8) kau::Throw(kSitePrecision);
   imageHeight = GetInputUint16();
   imageWidth = GetInputUint16();
-  if (imageHeight > 65500 || imageWidth > 65500) kau::Throw(kSiteTooLarge);
+  if (imageHeight > kj::kMaxDimension || imageWidth > kj::kMaxDimension) kau::Throw(kSiteTooLarge);
   unsigned count = GetInputByte();
   if (count > 4) kau::Throw(kSiteTooManyComponents);
   if (imageHeight == 0 || imageWidth == 0 || count == 0) kau::Throw(kSiteEmptyFrame);
@@ -158,14 +156,14 @@ void Decoder::GetAPPn() {
   long count = length < 14 ? length : 14;
   uint8_t b[14];
   for (long i = 0; i < count; ++i) b[i] = static_cast<uint8_t>(GetInputByte());
-  if (marker == 0xE0 && count >= 14 && b[0] == 'J' && b[1] == 'F' && b[2] == 'I' && b[3] == 'F' &&
+  if (marker == kj::kAPP0 && count >= 14 && b[0] == 'J' && b[1] == 'F' && b[2] == 'I' && b[3] == 'F' &&
       b[4] == 0) {
     markers.jfifSeen = 1;
     markers.jfifMajor = b[5];
     markers.jfifMinor = b[6];
     if (markers.jfifMajor != 1) kau::Throw(kSiteJFIFVersion);
-  } else if (marker == 0xEE && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' && b[3] == 'b' &&
-             b[4] == 'e') {
+  } else if (marker == kj::kAPP14 && count >= 12 && b[0] == 'A' && b[1] == 'd' && b[2] == 'o' &&
+             b[3] == 'b' && b[4] == 'e') {
     markers.adobeSeen = 1;
     markers.adobeTransform = b[11];
   }
@@ -249,7 +247,7 @@ void Decoder::Input_StartScan() {
       c->lastColWidth = rest != 0 ? rest : c->h;
       rest = c->heightInBlocks % c->v;
       c->lastRowHeight = rest != 0 ? rest : c->v;
-      if (blocksInMcu + static_cast<int32_t>(c->mcuBlocks) > kMaxBlocksInMcu) kau::Throw(kSiteMcuBlocks);
+      if (blocksInMcu + static_cast<int32_t>(c->mcuBlocks) > kj::kMaxBlocksInMcu) kau::Throw(kSiteMcuBlocks);
       for (uint32_t b = 0; b < c->mcuBlocks; ++b) mcuMembership[blocksInMcu++] = c;
     }
   }
@@ -293,97 +291,113 @@ void Decoder::Input_GetNextMarker() {
 
 void Decoder::Input_ReadRestartMarker() {
   Input_GetNextMarker();
-  if (unreadMarker != 0xD0 + nextRestart) kau::Throw(kSiteRestart);
+  if (unreadMarker != kj::kRST0 + nextRestart) kau::Throw(kSiteRestart);
   nextRestart = (nextRestart + 1) & 7;
   unreadMarker = 0;
 }
+
+namespace {
+
+// What the marker reader does with a marker code.
+enum class MarkerAction : uint8_t {
+  kIgnore,
+  kFrame,
+  kProgressiveFrame,
+  kUnsupportedFrame,
+  kTables,
+  kSkip,
+  kStart,
+  kEnd,
+  kScan,
+  kQuantTables,
+  kRestartInterval,
+  kColourSegment,
+  kExif,
+  kUnknown,
+};
+
+MarkerAction ActionOf(unsigned m) {
+  using namespace kj;
+  if (m == kTEM || (m >= kRST0 && m <= kRST7)) return MarkerAction::kIgnore;
+  if (m == kSOF0 || m == kSOF1) return MarkerAction::kFrame;
+  if (m == kSOF2) return MarkerAction::kProgressiveFrame;
+  if (m == kDHT) return MarkerAction::kTables;
+  // Lossless, hierarchical, JPG and arithmetic-coded frames.
+  if (m >= kSOF3 && m <= kSOF15 && m != kDAC) return MarkerAction::kUnsupportedFrame;
+  if (m == kDAC || m == kDNL || (m >= kAPP2 && m <= kAPP13) || m == kAPP15 || m == kCOM)
+    return MarkerAction::kSkip;
+  switch (m) {
+    case kSOI:
+      return MarkerAction::kStart;
+    case kEOI:
+      return MarkerAction::kEnd;
+    case kSOS:
+      return MarkerAction::kScan;
+    case kDQT:
+      return MarkerAction::kQuantTables;
+    case kDRI:
+      return MarkerAction::kRestartInterval;
+    case kAPP0:
+    case kAPP14:
+      return MarkerAction::kColourSegment;
+    case kAPP1:
+      return MarkerAction::kExif;
+    default:
+      return MarkerAction::kUnknown;  // reserved: 0x02..0xBF, DHP, EXP, JPG0..JPG13
+  }
+}
+
+}  // namespace
 
 int Decoder::Input_ReadMarkers0(Decoder* d) {
   if (d->eoiReached) return 1;
   for (;;) {
     d->Input_GetNextMarker();
-    unsigned marker = d->unreadMarker;
-    switch (marker) {
-      case 0x01:
-      case 0xD0:
-      case 0xD1:
-      case 0xD2:
-      case 0xD3:
-      case 0xD4:
-      case 0xD5:
-      case 0xD6:
-      case 0xD7:
+    switch (ActionOf(d->unreadMarker)) {
+      case MarkerAction::kIgnore:
         break;
-      case 0xC0:
-      case 0xC1:
+      case MarkerAction::kFrame:
         d->GetSOF();
         break;
-      case 0xC2: {
+      case MarkerAction::kProgressiveFrame:
         d->GetSOF();
         d->progressive = 1;
         d->coefBits = d->heap.AllocateArray<int32_t>(d->componentCount * 64);
         for (uint32_t i = 0; i < d->componentCount * 64; ++i) d->coefBits[i] = -1;
         break;
-      }
-      case 0xC3:
-      case 0xC5:
-      case 0xC6:
-      case 0xC7:
-      case 0xC8:
-      case 0xC9:
-      case 0xCA:
-      case 0xCB:
-      case 0xCD:
-      case 0xCE:
-      case 0xCF:
+      case MarkerAction::kUnsupportedFrame:
         kau::Throw(kSiteUnsupportedSOF);
-      case 0xC4:
+      case MarkerAction::kTables:
         d->GetDHT();
         break;
-      case 0xCC:
-      case 0xDC:
-      case 0xE2:
-      case 0xE3:
-      case 0xE4:
-      case 0xE5:
-      case 0xE6:
-      case 0xE7:
-      case 0xE8:
-      case 0xE9:
-      case 0xEA:
-      case 0xEB:
-      case 0xEC:
-      case 0xED:
-      case 0xEF:
-      case 0xFE:
+      case MarkerAction::kSkip:
         d->SkipVariable();
         break;
-      case 0xD8:
+      case MarkerAction::kStart:
         d->GetSOI();
         break;
-      case 0xD9:
+      case MarkerAction::kEnd:
         d->eoiReached = 1;
         if (d->sofSeen && d->scansSeen == 0) kau::Throw(kSiteNoScan);
         d->unreadMarker = 0;
         return 1;
-      case 0xDA:
+      case MarkerAction::kScan:
         d->GetSOS();
         d->unreadMarker = 0;
         return 0;
-      case 0xDB:
+      case MarkerAction::kQuantTables:
         d->GetDQT();
         break;
-      case 0xDD:
+      case MarkerAction::kRestartInterval:
         d->GetDRI();
         break;
-      case 0xE0:
-      case 0xEE:
+      case MarkerAction::kColourSegment:
         d->GetAPPn();
         break;
-      case 0xE1:
+      case MarkerAction::kExif:
         d->GetAPP1();
         break;
-      default:
+      case MarkerAction::kUnknown:
         kau::Throw(kSiteUnknownMarker);
     }
     d->unreadMarker = 0;

@@ -16,7 +16,6 @@ constexpr kau::Fault kSiteConstructorFailed{kEncoderSource, 269, kau::Category::
                                             "the encoder could not be built"};
 constexpr kau::Fault kSiteNullStreamOrData{kEncoderSource, 274, kau::Category::kBadArgument,
                                            "no output stream or no pixels"};
-constexpr uint32_t kMaxDimension = 65500;
 }  // namespace
 
 Encoder::Encoder(unsigned long width, unsigned long height, int quality, kiu::Format inputFormat,
@@ -36,7 +35,8 @@ Encoder::Encoder(unsigned long width, unsigned long height, int quality, kiu::Fo
       paddedHeight_ = height_;
       fdct_ = &Encoder::Fdct_DoSlow0;
     }
-    if (width_ > kMaxDimension || height_ > kMaxDimension || width_ * height_ == 0) kau::Throw(kSiteBadSize);
+    if (width_ > kj::kMaxDimension || height_ > kj::kMaxDimension || width_ * height_ == 0)
+      kau::Throw(kSiteBadSize);
     Sampler_Start();
     Fdct_Start(quality);
     Huff_StartPass();

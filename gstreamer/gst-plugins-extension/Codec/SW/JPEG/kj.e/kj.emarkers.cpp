@@ -1,4 +1,3 @@
-#include "kj.e/kj.emarkers.h"
 
 #include "kj.e/kj.e.h"
 
@@ -28,14 +27,14 @@ void Encoder::EmitInt16(int value) {
 
 void Encoder::EmitJfifApp0() {
   static const unsigned char kSegment[] = {'J', 'F', 'I', 'F', 0, 1, 1, 0, 0, 1, 0, 1, 0, 0};
-  EmitMarker(kMarkerAPP0);
+  EmitMarker(kj::kAPP0);
   EmitInt16(2 + sizeof(kSegment));
   for (unsigned char b : kSegment) EmitByte(b);
 }
 
 void Encoder::EmitAdobeApp14() {
   static const unsigned char kIdentifier[] = {'A', 'd', 'o', 'b', 'e'};
-  EmitMarker(kMarkerAPP14);
+  EmitMarker(kj::kAPP14);
   EmitInt16(14);
   for (unsigned char b : kIdentifier) EmitByte(b);
   EmitInt16(100);  // version
@@ -52,7 +51,7 @@ int Encoder::EmitDQT(int number) {
     if (table->values[i] > 255) precision = 1;
   }
   if (table->written) return precision;
-  EmitMarker(kMarkerDQT);
+  EmitMarker(kj::kDQT);
   EmitInt16(precision ? 131 : 67);
   EmitByte(static_cast<unsigned char>(precision * 16 + number));
   for (int k = 0; k < 64; ++k) {
@@ -86,7 +85,7 @@ void Encoder::EmitDHT(int number, bool isAC) {
   if (table->written) return;
   int count = 0;
   for (int l = 1; l <= 16; ++l) count += table->bits[l];
-  EmitMarker(kMarkerDHT);
+  EmitMarker(kj::kDHT);
   EmitInt16(19 + count);
   EmitByte(static_cast<unsigned char>(isAC ? 16 + number : number));
   for (int l = 1; l <= 16; ++l) EmitByte(table->bits[l]);
@@ -95,7 +94,7 @@ void Encoder::EmitDHT(int number, bool isAC) {
 }
 
 void Encoder::EmitSOS() {
-  EmitMarker(kMarkerSOS);
+  EmitMarker(kj::kSOS);
   EmitInt16(12);
   EmitByte(3);
   for (Component* c = components_; c != componentsEnd_; ++c) {
@@ -108,7 +107,7 @@ void Encoder::EmitSOS() {
 }
 
 void Encoder::Markers_OutImageHeader() {
-  EmitMarker(kMarkerSOI);
+  EmitMarker(kj::kSOI);
   if (writeJfif_) EmitJfifApp0();
   if (writeAdobe_) EmitAdobeApp14();
   int extended = 0;
@@ -116,7 +115,7 @@ void Encoder::Markers_OutImageHeader() {
   for (Component* c = components_; c != componentsEnd_; ++c) {
     if (c->dcTable > 1 || c->acTable > 1) extended = 1;
   }
-  EmitSOF(extended ? kMarkerSOF1 : kMarkerSOF0);
+  EmitSOF(extended ? kj::kSOF1 : kj::kSOF0);
   for (Component* c = components_; c != componentsEnd_; ++c) {
     EmitDHT(c->dcTable, false);
     EmitDHT(c->acTable, true);
@@ -125,7 +124,7 @@ void Encoder::Markers_OutImageHeader() {
 }
 
 void Encoder::Markers_OutImageTrailer() {
-  EmitMarker(kMarkerEOI);
+  EmitMarker(kj::kEOI);
   uint32_t count = static_cast<uint32_t>(outNext_ - outBuffer_);
   if (count != 0 && MMStreamPut(stream_, outBuffer_, count) != count) kau::Throw(kSiteFinalShortWrite);
   outNext_ = outBuffer_;
