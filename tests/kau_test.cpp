@@ -127,6 +127,52 @@ TEST(Memory, PrimitivesKeepTheirQuirks) {
   EXPECT_EQ(kau::mem::StrLen(nullptr), 0u);
 }
 
+// Documented routines the product itself never calls, each once.
+TEST(Memory, UncalledRoutinesWork) {
+  std::vector<int> v{5, -3, 9, 0, 7, 7, -8, 2};
+  kau::Sort(v.data(), v.size(), sizeof(int), [](const void* a, const void* b) {
+    return *static_cast<const int*>(a) - *static_cast<const int*>(b);
+  });
+  EXPECT_TRUE(std::is_sorted(v.begin(), v.end()));
+  void* p = kau::mem::NewAligned(40);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+  EXPECT_THROW(kau::mem::DeleteAligned(static_cast<char*>(p) + 4), Error);
+  kau::mem::DeleteAligned(p);
+  const char text[] = "abcabc";
+  EXPECT_EQ(kau::mem::AtChar(text, 'c', 6), text + 2);
+  EXPECT_EQ(kau::mem::AtChar(text, 'c', 2), nullptr);
+  EXPECT_EQ(kau::mem::CompareNonNull("ab", "ac", 2), -1);
+}
+
+// A failure raised for an earlier one stands for it: callers are told the
+// first cause, in words.
+TEST(Failures, TheFirstCauseIsDescribed) {
+  constexpr kau::Fault inner{"x/kj.dinput", 475, kau::Category::kCorrupt, "a restart marker is missing"};
+  constexpr kau::Fault outer{"x/kj.d", 70, kau::Category::kInternal, "the decoder could not be built"};
+  kau::Fault first{};
+  keltest::Printed([&] {
+    try {
+      try {
+        kau::Throw(inner);
+      } catch (...) {
+        kau::Throw(outer, kau::ReportCurrentException({"c", 1}));
+      }
+    } catch (...) {
+      kau::ReportCurrentException({"c", 2}, &first);
+    }
+  });
+  EXPECT_EQ(kau::Describe(first), "corrupt JPEG data: a restart marker is missing (kj.dinput +475)");
+  first = {};
+  keltest::Printed([&] {
+    try {
+      throw std::bad_alloc();
+    } catch (...) {
+      kau::ReportCurrentException({"y/CJPGD", 91}, &first);
+    }
+  });
+  EXPECT_EQ(kau::Describe(first), "out of memory (CJPGD +91)");
+}
+
 TEST(Guards, DetectThirtyTwoBitOverflowAtTheirSites) {
   const struct {
     uint32_t a, b;
